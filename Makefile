@@ -1,0 +1,63 @@
+# Verdantglass build entry points. Every target installs what it needs first
+# (scripts/install-deps.sh is a quick no-op once the packages are there).
+#
+#   make run        build, then export the sample photograph (the main job)
+#   make test       build and run every test through CTest
+#   make bench      build and run the benchmarks
+#   make test-asan  the tests again under AddressSanitizer + UndefinedBehaviorSanitizer
+#   make fuzz       build the libFuzzer targets (clang) into build-fuzz/bin
+#   make fuzz-run FUZZ=name SECONDS=300   run one of them over its corpus
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+CCACHE := $(shell command -v ccache 2>/dev/null)
+LAUNCHER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache,)
+export CCACHE_BASEDIR := $(CURDIR)
+export CCACHE_NOHASHDIR := true
+
+.PHONY: deps configure build run test bench test-asan fuzz fuzz-run clean
+
+deps:
+	@./scripts/install-deps.sh
+
+build/build.ninja: | deps
+	cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release $(LAUNCHER)
+
+configure: build/build.ninja
+
+build: deps configure
+	cmake --build build -j $(JOBS)
+
+run: build
+	./build/bin/verdantglass-cli --help
+
+test: build
+	cd build && ctest --output-on-failure -j $(JOBS) --timeout 600
+
+bench: build
+	./build/bin/vg_bench --benchmark_counters_tabular=true $(BENCH_ARGS)
+
+build-asan/build.ninja: | deps
+	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVG_SANITIZE=ON -DVG_BENCH=OFF $(LAUNCHER)
+
+test-asan: deps build-asan/build.ninja
+	cmake --build build-asan -j $(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS) --timeout 1200 $(CTEST_ARGS)
+
+build-fuzz/build.ninja: | deps
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DVG_FUZZ=ON -DVG_TESTS=OFF -DVG_BENCH=OFF $(LAUNCHER)
+
+fuzz: deps build-fuzz/build.ninja
+	cmake --build build-fuzz -j $(JOBS)
+
+SECONDS ?= 300
+fuzz-run: fuzz
+	@test -n "$(FUZZ)" || { echo "usage: make fuzz-run FUZZ=name [SECONDS=300]"; exit 2; }
+	mkdir -p build-fuzz/corpus/$(FUZZ)
+	./build-fuzz/bin/$(FUZZ)_fuzz -max_total_time=$(SECONDS) -print_final_stats=1 \
+	  -artifact_prefix=build-fuzz/ build-fuzz/corpus/$(FUZZ) fuzz/corpus/$(FUZZ)
+
+clean:
+	rm -rf build build-asan build-fuzz

@@ -1,0 +1,19 @@
+#include "cli/commands.h"
+
+namespace vg::cli {
+namespace {
+void append(std::vector<Command>& list, std::vector<Command> group) {
+  list.insert(list.end(), group.begin(), group.end());
+}
+}  // namespace
+
+const std::vector<Command>& allCommands() {
+  static const std::vector<Command> all = [] {
+    std::vector<Command> list;
+    (void)append;
+    return list;
+  }();
+  return all;
+}
+
+}  // namespace vg::cli

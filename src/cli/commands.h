@@ -1,0 +1,11 @@
+// The subcommand groups of verdantglass-cli. Each group lives in its own file
+// (<group>_commands.cpp) and is appended once in commands.cpp.
+#pragma once
+
+#include <vector>
+
+#include "cli/command.h"
+
+namespace vg::cli {
+
+}  // namespace vg::cli

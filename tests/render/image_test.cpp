@@ -1,0 +1,44 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "render/image.h"
+
+namespace vg {
+namespace {
+
+TEST(Rect, HalfOpenIntersectionAndGrowth) {
+  Rect a{0, 0, 10, 10}, b{5, 8, 10, 10};
+  EXPECT_EQ(a.intersected(b), (Rect{5, 8, 5, 2}));
+  EXPECT_TRUE(a.intersected(Rect{10, 0, 3, 3}).empty());  // touching edges share no pixel
+  EXPECT_TRUE(a.contains(9, 9));
+  EXPECT_FALSE(a.contains(10, 9));
+  EXPECT_EQ(a.grown(2), (Rect{-2, -2, 14, 14}));
+  EXPECT_TRUE(a.contains(Rect{2, 2, 8, 8}));
+  EXPECT_FALSE(a.contains(Rect{2, 2, 9, 8}));
+}
+
+TEST(Image, RowsAreAlignedAndAddressedInWorkingCoordinates) {
+  Image img(Rect{-3, 7, 5, 4});
+  EXPECT_EQ(img.width(), 5);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(img.row(7)) % 64, 0u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(img.row(10)) % 64, 0u);
+  EXPECT_GE(img.strideFloats(), 5u * 4);
+  EXPECT_EQ(img.at(-3, 7), img.row(7));
+  img.at(1, 10)[2] = 0.5f;
+  Image copy = img.clone();
+  img.at(1, 10)[2] = 0.25f;
+  EXPECT_EQ(copy.at(1, 10)[2], 0.5f);
+  EXPECT_EQ(copy.at(0, 9)[0], 0.0f);  // new images start zeroed
+  EXPECT_EQ(copy.bounds(), img.bounds());
+}
+
+TEST(Image, EmptyBoundsAllocateNothing) {
+  Image img(Rect{4, 4, 0, 12});
+  EXPECT_TRUE(img.empty());
+  EXPECT_EQ(img.byteSize(), 0u);
+  EXPECT_TRUE(img.clone().empty());
+}
+
+}  // namespace
+}  // namespace vg
