@@ -1,0 +1,92 @@
+// JSON decoding and encoding of a whole EditDocument.
+#include "model/json.h"
+#include "model/json_fields.h"
+
+namespace vg {
+
+using namespace jsonfields;
+using OJson = nlohmann::ordered_json;
+
+namespace {
+
+// A list decoded element by element; elements that fail are dropped, a value
+// that is not a list gives an empty one.
+template <class T, class Decode>
+std::vector<T> readList(const Json& obj, const char* key, Decode decode) {
+  std::vector<T> out;
+  const Json* m = member(obj, key);
+  if (!m || !m->is_array()) return out;
+  out.reserve(m->size());
+  for (const Json& e : *m) {
+    if (auto v = decode(e)) out.push_back(std::move(*v));
+  }
+  return out;
+}
+
+template <class T>
+OJson listJson(const std::vector<T>& list) {
+  OJson a = OJson::array();
+  for (const auto& e : list) a.push_back(toJson(e));
+  return a;
+}
+
+}  // namespace
+
+std::optional<EditDocument> decodeEditDocument(const Json& v) {
+  if (!v.is_object()) return std::nullopt;
+  EditDocument d;
+  if (const Json* m = member(v, "adjustments")) {
+    d.adjustments = decodeGlobalAdjustments(*m).value_or(GlobalAdjustments{});
+  }
+  d.masks = readList<MaskLayer>(v, "masks", [](const Json& e) { return decodeMaskLayer(e); });
+  if (const Json* m = member(v, "crop")) d.crop = decodeCropSettings(*m).value_or(CropSettings{});
+  if (const Json* m = member(v, "raw")) {
+    d.raw = decodeRAWDevelopSettings(*m).value_or(RAWDevelopSettings{});
+  }
+  if (const Json* m = member(v, "lens")) {
+    d.lens = decodeLensCorrectionSettings(*m).value_or(LensCorrectionSettings{});
+  }
+  d.heals = readList<HealStroke>(v, "heals", [](const Json& e) { return decodeHealStroke(e); });
+  d.redEyes = readList<RedEyeSpot>(v, "redEyes", [](const Json& e) { return decodeRedEyeSpot(e); });
+  d.filterID = readString(v, "filterID");
+  d.filterStrength = readClamped(v, "filterStrength", 0, 100, 100);
+  if (const Json* m = member(v, "preFilterAdjustments")) {
+    d.preFilterAdjustments = decodeGlobalAdjustments(*m);
+  }
+  d.coordinateSpace = readInteger(v, "coordinateSpace");
+  d.schemaVersion = readInteger(v, "schemaVersion").value_or(kCurrentSchemaVersion);
+  if (const Json* m = member(v, "lut")) d.lut = decodeAppliedLUT(*m);
+  return d;
+}
+
+std::optional<EditDocument> decodeEditDocument(std::string_view jsonText) {
+  Json parsed = Json::parse(jsonText.begin(), jsonText.end(), nullptr, /*allow_exceptions=*/false);
+  if (parsed.is_discarded()) return std::nullopt;
+  return decodeEditDocument(parsed);
+}
+
+OJson toJson(const EditDocument& d) {
+  OJson o = OJson::object();
+  o["adjustments"] = toJson(d.adjustments);
+  o["masks"] = listJson(d.masks);
+  o["crop"] = toJson(d.crop);
+  o["raw"] = toJson(d.raw);
+  o["lens"] = toJson(d.lens);
+  o["heals"] = listJson(d.heals);
+  o["redEyes"] = listJson(d.redEyes);
+  if (d.filterID) o["filterID"] = *d.filterID;
+  o["filterStrength"] = d.filterStrength;
+  if (d.preFilterAdjustments) o["preFilterAdjustments"] = toJson(*d.preFilterAdjustments);
+  if (d.coordinateSpace) o["coordinateSpace"] = *d.coordinateSpace;
+  o["schemaVersion"] = d.schemaVersion;
+  if (d.lut) o["lut"] = toJson(*d.lut);
+  return o;
+}
+
+std::string dumpCompact(const OJson& value) {
+  return value.dump(-1, ' ', false, OJson::error_handler_t::replace);
+}
+
+std::string encodeEditDocument(const EditDocument& d) { return dumpCompact(toJson(d)); }
+
+}  // namespace vg
