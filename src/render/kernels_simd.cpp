@@ -1,0 +1,546 @@
+// The fast paths of the kernels in kernels.h: the same arithmetic as the
+// scalar references (kernels_reference.cpp), vectorised with Highway and
+// compiled once per instruction set; HWY_DYNAMIC_DISPATCH picks the best one
+// the processor has at the first call.
+//
+// Each kernel is a functor over planar vectors (R, G, B, A, the aux image's
+// R, G, B and the pixel centre). RunRow de-interleaves a row, calls it and
+// interleaves the result back; a short tail goes through a zero-padded block so
+// that every pixel sees exactly the same operations. Operations are written in
+// the references' order (no fused multiply-add: the library is built with
+// -ffp-contract=off) so that the hash-based kernels match them bit for bit.
+#include <algorithm>
+#include <cstring>
+
+#include "render/kernels.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "render/kernels_simd.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+#include "hwy/contrib/math/math-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace vg::kernels {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::ScalableTag<float>;
+using V = hn::Vec<D>;
+
+// ---------------------------------------------------------------- helpers
+
+HWY_INLINE V Clamp01(D d, V x) {  // NaN -> 0
+  return hn::IfThenElseZero(hn::Gt(x, hn::Zero(d)), hn::Min(x, hn::Set(d, 1.0f)));
+}
+HWY_INLINE V ClampTo(D d, V x, float lo, float hi) {
+  return hn::IfThenElse(hn::Gt(x, hn::Set(d, lo)), hn::Min(x, hn::Set(d, hi)), hn::Set(d, lo));
+}
+HWY_INLINE V Mix(V a, V b, V t) { return hn::Add(a, hn::Mul(hn::Sub(b, a), t)); }
+HWY_INLINE V Fract(V x) { return hn::Sub(x, hn::Floor(x)); }
+HWY_INLINE V Smoothstep(D d, V a, V b, V x) {
+  V t = Clamp01(d, hn::Div(hn::Sub(x, a), hn::Sub(b, a)));
+  return hn::Mul(hn::Mul(t, t), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), t)));
+}
+HWY_INLINE V Smoothstep(D d, float a, float b, V x) { return Smoothstep(d, hn::Set(d, a), hn::Set(d, b), x); }
+HWY_INLINE V Luma(D d, V r, V g, V b) {
+  return hn::Add(hn::Add(hn::Mul(hn::Set(d, 0.2126f), r), hn::Mul(hn::Set(d, 0.7152f), g)),
+                 hn::Mul(hn::Set(d, 0.0722f), b));
+}
+HWY_INLINE V Length3(V r, V g, V b) {
+  return hn::Sqrt(hn::Add(hn::Add(hn::Mul(r, r), hn::Mul(g, g)), hn::Mul(b, b)));
+}
+// x^k for x >= 0 (0 at 0).
+HWY_INLINE V PowPos(D d, V x, float k) {
+  return hn::IfThenElseZero(hn::Gt(x, hn::Zero(d)), hn::Exp(d, hn::Mul(hn::Set(d, k), hn::Log(d, x))));
+}
+
+HWY_INLINE V Hash21(D d, V px, V py) {
+  const V k = hn::Set(d, 0.1031f), c = hn::Set(d, 33.33f);
+  V x = Fract(hn::Mul(px, k));
+  V y = Fract(hn::Mul(py, k));
+  V z = x;
+  V dot = hn::Add(hn::Add(hn::Mul(x, hn::Add(y, c)), hn::Mul(y, hn::Add(z, c))), hn::Mul(z, hn::Add(x, c)));
+  x = hn::Add(x, dot);
+  y = hn::Add(y, dot);
+  z = hn::Add(z, dot);
+  return Fract(hn::Mul(hn::Add(x, y), z));
+}
+
+HWY_INLINE V Hue2Chroma(D d, V p, V q, V t) {
+  const V one = hn::Set(d, 1.0f);
+  t = hn::IfThenElse(hn::Lt(t, hn::Zero(d)), hn::Add(t, one), t);
+  t = hn::IfThenElse(hn::Gt(t, one), hn::Sub(t, one), t);
+  V qp = hn::Sub(q, p);
+  V rise = hn::Add(p, hn::Mul(hn::Mul(qp, hn::Set(d, 6.0f)), t));
+  V fall = hn::Add(p, hn::Mul(hn::Mul(qp, hn::Sub(hn::Set(d, 2.0f / 3.0f), t)), hn::Set(d, 6.0f)));
+  V out = hn::IfThenElse(hn::Lt(t, hn::Set(d, 2.0f / 3.0f)), fall, p);
+  out = hn::IfThenElse(hn::Lt(t, hn::Set(d, 0.5f)), q, out);
+  return hn::IfThenElse(hn::Lt(t, hn::Set(d, 1.0f / 6.0f)), rise, out);
+}
+
+HWY_INLINE void Hsl2Rgb(D d, V h, V s, V l, V& r, V& g, V& b) {
+  const V one = hn::Set(d, 1.0f);
+  V q = hn::IfThenElse(hn::Lt(l, hn::Set(d, 0.5f)), hn::Mul(l, hn::Add(one, s)),
+                       hn::Sub(hn::Add(l, s), hn::Mul(l, s)));
+  V p = hn::Sub(hn::Mul(hn::Set(d, 2.0f), l), q);
+  const V third = hn::Set(d, 1.0f / 3.0f);
+  auto grey = hn::Le(s, hn::Set(d, 0.0001f));
+  r = hn::IfThenElse(grey, l, Hue2Chroma(d, p, q, hn::Add(h, third)));
+  g = hn::IfThenElse(grey, l, Hue2Chroma(d, p, q, h));
+  b = hn::IfThenElse(grey, l, Hue2Chroma(d, p, q, hn::Sub(h, third)));
+}
+
+HWY_INLINE void Rgb2Hsl(D d, V r, V g, V b, V& h, V& s, V& l) {
+  V mx = hn::Max(hn::Max(r, g), b);
+  V mn = hn::Min(hn::Min(r, g), b);
+  l = hn::Div(hn::Add(mx, mn), hn::Set(d, 2.0f));
+  V dd = hn::Sub(mx, mn);
+  const V tiny = hn::Set(d, 0.0001f);
+  V sHi = hn::Div(dd, hn::Max(tiny, hn::Sub(hn::Sub(hn::Set(d, 2.0f), mx), mn)));
+  V sLo = hn::Div(dd, hn::Max(tiny, hn::Add(mx, mn)));
+  V sat = hn::IfThenElse(hn::Gt(l, hn::Set(d, 0.5f)), sHi, sLo);
+  V hr = hn::Add(hn::Div(hn::Sub(g, b), dd), hn::IfThenElseZero(hn::Lt(g, b), hn::Set(d, 6.0f)));
+  V hg = hn::Add(hn::Div(hn::Sub(b, r), dd), hn::Set(d, 2.0f));
+  V hb = hn::Add(hn::Div(hn::Sub(r, g), dd), hn::Set(d, 4.0f));
+  V hue = hn::IfThenElse(hn::Eq(mx, r), hr, hn::IfThenElse(hn::Eq(mx, g), hg, hb));
+  hue = hn::Div(hue, hn::Set(d, 6.0f));
+  auto chromatic = hn::Gt(dd, tiny);
+  h = hn::IfThenElseZero(chromatic, hue);
+  s = hn::IfThenElseZero(chromatic, sat);
+}
+
+// The pixels of one vector step.
+struct Px {
+  V r, g, b, a;     // in and out
+  V ar, ag, ab;     // aux image (zero when the kernel has none)
+  V cx, cy;         // pixel centres
+};
+
+template <class Op>
+HWY_INLINE void Step(D d, const Op& op, float* HWY_RESTRICT p, const float* HWY_RESTRICT aux, V cx, V cy) {
+  Px px;
+  hn::LoadInterleaved4(d, p, px.r, px.g, px.b, px.a);
+  if (aux) {
+    V aa;
+    hn::LoadInterleaved4(d, aux, px.ar, px.ag, px.ab, aa);
+  } else {
+    px.ar = px.ag = px.ab = hn::Zero(d);
+  }
+  px.cx = cx;
+  px.cy = cy;
+  op(d, px);
+  hn::StoreInterleaved4(px.r, px.g, px.b, px.a, d, p);
+}
+
+template <class Op>
+HWY_INLINE void RunRow(const Op& op, const KernelRow& row) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t n = size_t(std::max(row.n, 0));
+  const V lane = hn::Iota(d, 0.0f), half = hn::Set(d, 0.5f);
+  const V cy = hn::Set(d, float(row.y) + 0.5f);
+  size_t i = 0;
+  for (; i + N <= n; i += N) {
+    V cx = hn::Add(hn::Add(hn::Set(d, float(row.x + int(i))), lane), half);
+    Step(d, op, row.rgba + i * 4, row.aux ? row.aux + i * 4 : nullptr, cx, cy);
+  }
+  if (i < n) {
+    constexpr size_t kMax = HWY_MAX_BYTES / sizeof(float) * 4;
+    HWY_ALIGN float buf[kMax];
+    HWY_ALIGN float auxBuf[kMax];
+    const size_t rest = (n - i) * 4;
+    std::memset(buf, 0, sizeof(buf));
+    std::memcpy(buf, row.rgba + i * 4, rest * sizeof(float));
+    if (row.aux) {
+      std::memset(auxBuf, 0, sizeof(auxBuf));
+      std::memcpy(auxBuf, row.aux + i * 4, rest * sizeof(float));
+    }
+    V cx = hn::Add(hn::Add(hn::Set(d, float(row.x + int(i))), lane), half);
+    Step(d, op, buf, row.aux ? auxBuf : nullptr, cx, cy);
+    std::memcpy(row.rgba + i * 4, buf, rest * sizeof(float));
+  }
+}
+
+// ---------------------------------------------------------------- kernels
+
+struct ToneOp {
+  ToneParams p;
+  HWY_INLINE V channel(D d, V c, V wS, V wH) const {
+    c = hn::Add(c, hn::Add(hn::Mul(hn::Mul(hn::Mul(c, hn::Set(d, p.shadows)), wS), hn::Set(d, 1.2f)),
+                           hn::Mul(hn::Mul(hn::Mul(c, hn::Set(d, p.highlights)), wH), hn::Set(d, 1.2f))));
+    c = ClampTo(d, c, 0.0f, 4.0f);
+    V x = Clamp01(d, c);
+    V out;
+    if (p.contrast >= 0.0f) {
+      V sc = hn::Mul(hn::Mul(x, x), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), x)));
+      out = Mix(x, sc, hn::Set(d, p.contrast));
+    } else {
+      V soft = hn::Add(hn::Set(d, 0.5f), hn::Mul(hn::Sub(x, hn::Set(d, 0.5f)), hn::Set(d, 1.0f + p.contrast * 0.8f)));
+      out = Mix(x, soft, hn::Set(d, -p.contrast));
+    }
+    return Clamp01(d, out);
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    const V gain = hn::Set(d, 1.0f + p.whites * 0.35f), lift = hn::Set(d, p.blacks * 0.35f);
+    V r = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.r), gain), lift), 0.0f, 4.0f);
+    V g = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.g), gain), lift), 0.0f, 4.0f);
+    V b = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.b), gain), lift), 0.0f, 4.0f);
+    const V one = hn::Set(d, 1.0f);
+    V l = Luma(d, hn::Min(r, one), hn::Min(g, one), hn::Min(b, one));
+    V wS = PowPos(d, Clamp01(d, hn::Sub(one, l)), 1.6f);
+    V wH = PowPos(d, Clamp01(d, l), 1.6f);
+    x.r = channel(d, r, wS, wH);
+    x.g = channel(d, g, wS, wH);
+    x.b = channel(d, b, wS, wH);
+  }
+};
+
+struct VibranceOp {
+  VibranceParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V r = Clamp01(d, x.r), g = Clamp01(d, x.g), b = Clamp01(d, x.b);
+    V mx = hn::Max(hn::Max(r, g), b), mn = hn::Min(hn::Min(r, g), b);
+    V sat = hn::IfThenZeroElse(hn::Le(mx, hn::Set(d, 0.0001f)), hn::Div(hn::Sub(mx, mn), mx));
+    V k = hn::Add(hn::Set(d, 1.0f), hn::Mul(hn::Set(d, p.amount), hn::Sub(hn::Set(d, 1.0f), sat)));
+    V l = Luma(d, r, g, b);
+    x.r = Clamp01(d, Mix(l, r, k));
+    x.g = Clamp01(d, Mix(l, g, k));
+    x.b = Clamp01(d, Mix(l, b, k));
+  }
+};
+
+struct HslOp {
+  HslParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    static constexpr float kCenters[8] = {0, 30, 60, 120, 180, 240, 285, 330};
+    V h, s, l;
+    Rgb2Hsl(d, Clamp01(d, x.r), Clamp01(d, x.g), Clamp01(d, x.b), h, s, l);
+    V hueDeg = hn::Mul(h, hn::Set(d, 360.0f));
+    V wSum = hn::Set(d, 0.0001f), dHue = hn::Zero(d), dSat = hn::Zero(d), dLum = hn::Zero(d);
+    for (int i = 0; i < 8; ++i) {
+      V dist = hn::Abs(hn::Sub(hueDeg, hn::Set(d, kCenters[i])));
+      dist = hn::Min(dist, hn::Sub(hn::Set(d, 360.0f), dist));
+      V w = ClampTo(d, hn::Sub(hn::Set(d, 1.0f), hn::Div(dist, hn::Set(d, 40.0f))), 0.0f, 1.0f);
+      wSum = hn::Add(wSum, w);
+      dHue = hn::Add(dHue, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].hue)));
+      dSat = hn::Add(dSat, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].saturation)));
+      dLum = hn::Add(dLum, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].luminance)));
+    }
+    const V hundred = hn::Set(d, 100.0f);
+    dHue = hn::Div(dHue, wSum);
+    dSat = hn::Div(hn::Div(dSat, wSum), hundred);
+    dLum = hn::Div(hn::Div(dLum, wSum), hundred);
+    V protect = Smoothstep(d, 0.03f, 0.15f, s);
+    h = Fract(hn::Add(h, hn::Mul(hn::Div(dHue, hn::Set(d, 360.0f)), protect)));
+    s = Clamp01(d, hn::Mul(s, hn::Add(hn::Set(d, 1.0f), hn::Mul(dSat, Mix(hn::Set(d, 0.35f), hn::Set(d, 1.0f), protect)))));
+    V room = hn::IfThenElse(hn::Gt(l, hn::Set(d, 0.5f)), hn::Sub(hn::Set(d, 1.0f), l), l);
+    l = Clamp01(d, hn::Add(l, hn::Mul(hn::Mul(hn::Mul(dLum, hn::Set(d, 0.5f)), room), hn::Set(d, 2.0f))));
+    Hsl2Rgb(d, h, s, l, x.r, x.g, x.b);
+  }
+};
+
+struct SplitToneOp {
+  SplitTonePrepared p;
+  HWY_INLINE V channel(D d, V c, V wHi, V wSh, float hi, float sh, V strength) const {
+    V tint = hn::Add(hn::Mul(hn::Set(d, hi), wHi), hn::Mul(hn::Set(d, sh), wSh));
+    V two = hn::Mul(hn::Set(d, 2.0f), tint);
+    V soft = hn::Add(hn::Mul(hn::Mul(hn::Sub(hn::Set(d, 1.0f), two), c), c), hn::Mul(two, c));
+    return Clamp01(d, Mix(c, soft, strength));
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V r = Clamp01(d, x.r), g = Clamp01(d, x.g), b = Clamp01(d, x.b);
+    V l = Luma(d, r, g, b);
+    V wHi = Smoothstep(d, p.lo, p.hi, l);
+    V wSh = hn::Sub(hn::Set(d, 1.0f), wHi);
+    V strength = hn::Add(hn::Mul(hn::Set(d, p.hiSat), wHi), hn::Mul(hn::Set(d, p.shSat), wSh));
+    x.r = channel(d, r, wHi, wSh, p.hiR, p.shR, strength);
+    x.g = channel(d, g, wHi, wSh, p.hiG, p.shG, strength);
+    x.b = channel(d, b, wHi, wSh, p.hiB, p.shB, strength);
+  }
+};
+
+struct DetailOp {
+  DetailParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    const V k = hn::Set(d, p.amount);
+    x.r = Clamp01(d, hn::Add(x.r, hn::Mul(hn::Sub(x.r, x.ar), k)));
+    x.g = Clamp01(d, hn::Add(x.g, hn::Mul(hn::Sub(x.g, x.ag), k)));
+    x.b = Clamp01(d, hn::Add(x.b, hn::Mul(hn::Sub(x.b, x.ab), k)));
+  }
+};
+
+struct DehazeOp {
+  DehazeParams p;
+  HWY_INLINE V channel(D d, V c, V haze) const {
+    c = Clamp01(d, c);
+    V out;
+    if (p.amount >= 0.0f) {
+      V clean = Clamp01(d, hn::Div(hn::Sub(c, haze), hn::Set(d, std::max(1.0f - 0.35f * p.amount, 0.1f))));
+      out = Mix(c, clean, hn::Set(d, std::min(p.amount * 1.5f, 1.0f)));
+    } else {
+      V veiled = Mix(c, hn::Set(d, 0.62f), hn::Set(d, 0.45f));
+      out = Mix(c, veiled, hn::Set(d, -p.amount));
+    }
+    return Clamp01(d, out);
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V haze = hn::Mul(hn::Mul(x.ar, hn::Set(d, 0.9f)), hn::Set(d, p.amount));
+    x.r = channel(d, x.r, haze);
+    x.g = channel(d, x.g, haze);
+    x.b = channel(d, x.b, haze);
+  }
+};
+
+struct VignetteOp {
+  VignettePrepared p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V dx = hn::Sub(hn::Div(hn::Sub(x.cx, hn::Set(d, p.originX)), hn::Set(d, p.sizeW)), hn::Set(d, 0.5f));
+    V dy = hn::Sub(hn::Div(hn::Sub(x.cy, hn::Set(d, p.originY)), hn::Set(d, p.sizeH)), hn::Set(d, 0.5f));
+    V ex = hn::Mul(dx, hn::Set(d, p.ex)), ey = hn::Mul(dy, hn::Set(d, p.ey));
+    V r = hn::Sqrt(hn::Add(hn::Mul(ex, ex), hn::Mul(ey, ey)));
+    V t = Smoothstep(d, p.start, p.end, r);
+    V k = hn::Add(hn::Set(d, 1.0f), hn::Mul(t, hn::Set(d, p.gain)));
+    x.r = Clamp01(d, hn::Mul(x.r, k));
+    x.g = Clamp01(d, hn::Mul(x.g, k));
+    x.b = Clamp01(d, hn::Mul(x.b, k));
+  }
+};
+
+struct GrainOp {
+  GrainPrepared p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V l = Luma(d, Clamp01(d, x.r), Clamp01(d, x.g), Clamp01(d, x.b));
+    V ux = hn::Sub(x.cx, hn::Set(d, p.originX)), uy = hn::Sub(x.cy, hn::Set(d, p.originY));
+    V fine = hn::Sub(Hash21(d, hn::Floor(ux), hn::Floor(uy)), hn::Set(d, 0.5f));
+    V n = fine;
+    if (p.coarseMix > 0.0f) {
+      const V cell = hn::Set(d, p.cell), one = hn::Set(d, 1.0f);
+      V qx = hn::Div(ux, cell), qy = hn::Div(uy, cell);
+      V ix = hn::Floor(qx), iy = hn::Floor(qy);
+      V fx = hn::Sub(qx, ix), fy = hn::Sub(qy, iy);
+      V sx = hn::Mul(hn::Mul(fx, fx), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), fx)));
+      V sy = hn::Mul(hn::Mul(fy, fy), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), fy)));
+      V ix1 = hn::Add(ix, one), iy1 = hn::Add(iy, one);
+      V a = Hash21(d, ix, iy), b = Hash21(d, ix1, iy);
+      V g = Hash21(d, ix, iy1), dd = Hash21(d, ix1, iy1);
+      V coarse = hn::Sub(Mix(Mix(a, b, sx), Mix(g, dd, sx), sy), hn::Set(d, 0.5f));
+      n = Mix(fine, coarse, hn::Set(d, p.coarseMix));
+    }
+    V w = hn::Max(hn::Sub(hn::Set(d, 1.0f), hn::Mul(hn::Abs(hn::Sub(l, hn::Set(d, 0.5f))), hn::Set(d, 1.5f))),
+                  hn::Set(d, 0.25f));
+    V add = hn::Mul(hn::Mul(hn::Mul(n, hn::Set(d, p.amount)), hn::Set(d, 0.22f)), w);
+    x.r = Clamp01(d, hn::Add(x.r, add));
+    x.g = Clamp01(d, hn::Add(x.g, add));
+    x.b = Clamp01(d, hn::Add(x.b, add));
+  }
+};
+
+struct CurvesOp {
+  const CurvesPrepared* p;
+  HWY_INLINE V Lookup(D d, const float* table, V v) const {
+    const hn::RebindToSigned<D> di;
+    V u = hn::Sub(hn::Add(hn::Mul(v, hn::Set(d, float(p->lutMax))), hn::Set(d, 0.5f)), hn::Set(d, 0.5f));
+    V i0 = hn::Floor(u);
+    auto idx = hn::ConvertTo(di, i0);
+    idx = hn::Min(hn::Max(idx, hn::Zero(di)), hn::Set(di, p->lutMax));
+    V f = hn::Sub(u, i0);
+    V a = hn::GatherIndex(d, table, idx);
+    V b = hn::GatherIndex(d, table + 1, idx);
+    return Mix(a, b, f);
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V r = Lookup(d, p->master.data(), Clamp01(d, x.r));
+    V g = Lookup(d, p->master.data(), Clamp01(d, x.g));
+    V b = Lookup(d, p->master.data(), Clamp01(d, x.b));
+    x.r = Lookup(d, p->red.data(), r);
+    x.g = Lookup(d, p->green.data(), g);
+    x.b = Lookup(d, p->blue.data(), b);
+  }
+};
+
+struct DitherOp {
+  HWY_INLINE void operator()(D d, Px& x) const {
+    const V m = hn::Set(d, 4096.0f);
+    V pcx = hn::Sub(x.cx, hn::Mul(m, hn::Floor(hn::Div(x.cx, m))));
+    V pcy = hn::Sub(x.cy, hn::Mul(m, hn::Floor(hn::Div(x.cy, m))));
+    V delta = hn::Div(hn::Sub(Hash21(d, pcx, pcy), hn::Set(d, 0.5f)), hn::Set(d, 255.0f));
+    x.r = hn::Add(x.r, delta);
+    x.g = hn::Add(x.g, delta);
+    x.b = hn::Add(x.b, delta);
+  }
+};
+
+struct RedEyeOp {
+  RedEyeParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V dx = hn::Sub(x.cx, hn::Set(d, p.centerX)), dy = hn::Sub(x.cy, hn::Set(d, p.centerY));
+    V dist = hn::Sqrt(hn::Add(hn::Mul(dx, dx), hn::Mul(dy, dy)));
+    V t = hn::Sub(hn::Set(d, 1.0f), Smoothstep(d, p.radius * (1.0f - p.feather), p.radius, dist));
+    V mx = hn::Max(x.g, x.b);
+    V ratio = hn::IfThenElse(hn::Gt(mx, hn::Set(d, 0.001f)), hn::Div(x.r, mx), hn::Set(d, 1.0f));
+    V redness = Smoothstep(d, 2.0f, 3.2f, ratio);
+    auto apply = hn::And(hn::Gt(t, hn::Zero(d)), hn::Gt(redness, hn::Zero(d)));
+    V avg = hn::Div(hn::Add(x.g, x.b), hn::Set(d, 2.0f));
+    V targetR = hn::Mul(hn::Min(x.r, hn::Mul(avg, hn::Set(d, 0.9f))), hn::Set(d, 0.85f));
+    V k = hn::Mul(t, redness);
+    V kg = hn::Mul(k, hn::Set(d, 0.4f));
+    V r = Mix(x.r, targetR, k);
+    V g = Mix(x.g, hn::Mul(x.g, hn::Set(d, 0.88f)), kg);
+    V b = Mix(x.b, hn::Mul(x.b, hn::Set(d, 0.88f)), kg);
+    x.r = hn::IfThenElse(apply, r, x.r);
+    x.g = hn::IfThenElse(apply, g, x.g);
+    x.b = hn::IfThenElse(apply, b, x.b);
+  }
+};
+
+struct DenoiseOp {
+  DenoiseParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V edge = Length3(hn::Sub(x.r, x.ar), hn::Sub(x.g, x.ag), hn::Sub(x.b, x.ab));
+    V w = hn::Sub(hn::Set(d, 1.0f), Smoothstep(d, 0.06f, 0.30f, edge));
+    V k = hn::Mul(hn::Set(d, p.amount), w);
+    x.r = Clamp01(d, Mix(x.r, x.ar, k));
+    x.g = Clamp01(d, Mix(x.g, x.ag, k));
+    x.b = Clamp01(d, Mix(x.b, x.ab, k));
+  }
+};
+
+struct LuminanceRangeMaskOp {
+  LuminanceRangeMaskParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V l = x.r, aLo, aHi;
+    if (p.ramp > 0.0001f) {
+      aLo = Clamp01(d, hn::Div(hn::Sub(l, hn::Set(d, p.low)), hn::Set(d, p.ramp)));
+      aHi = Clamp01(d, hn::Div(hn::Sub(hn::Set(d, p.high), l), hn::Set(d, p.ramp)));
+    } else {
+      aLo = hn::IfThenElseZero(hn::Ge(l, hn::Set(d, p.low)), hn::Set(d, 1.0f));
+      aHi = hn::IfThenElseZero(hn::Le(l, hn::Set(d, p.high)), hn::Set(d, 1.0f));
+    }
+    V a = hn::Min(aLo, aHi);
+    x.r = x.g = x.b = a;
+    x.a = hn::Set(d, 1.0f);
+  }
+};
+
+struct ChromaDenoiseOp {
+  ChromaDenoiseParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V l = Luma(d, x.r, x.g, x.b), lb = Luma(d, x.ar, x.ag, x.ab);
+    const V k = hn::Set(d, p.amount);
+    x.r = Clamp01(d, hn::Add(l, Mix(hn::Sub(x.r, l), hn::Sub(x.ar, lb), k)));
+    x.g = Clamp01(d, hn::Add(l, Mix(hn::Sub(x.g, l), hn::Sub(x.ag, lb), k)));
+    x.b = Clamp01(d, hn::Add(l, Mix(hn::Sub(x.b, l), hn::Sub(x.ab, lb), k)));
+  }
+};
+
+struct DefringeOp {
+  DefringeParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V mn = hn::Min(hn::Min(x.r, x.g), x.b), mx = hn::Max(hn::Max(x.r, x.g), x.b);
+    V sat = hn::IfThenElseZero(hn::Gt(mx, hn::Set(d, 0.001f)), hn::Div(hn::Sub(mx, mn), mx));
+    V magenta = hn::Sub(hn::Min(x.r, x.b), x.g);
+    V edge = Length3(hn::Sub(x.r, x.ar), hn::Sub(x.g, x.ag), hn::Sub(x.b, x.ab));
+    V w = hn::Mul(hn::Mul(hn::Mul(Smoothstep(d, 0.04f, 0.25f, magenta), Smoothstep(d, 0.25f, 0.65f, sat)),
+                          Smoothstep(d, 0.03f, 0.20f, edge)),
+                  hn::Set(d, p.amount));
+    x.r = Clamp01(d, Mix(x.r, hn::Min(x.r, x.ag), w));
+    x.g = Clamp01(d, x.g);
+    x.b = Clamp01(d, Mix(x.b, hn::Min(x.b, x.ag), w));
+  }
+};
+
+struct MonochromeOp {
+  MonochromePrepared p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V l = hn::Add(hn::Add(hn::Mul(Clamp01(d, x.r), hn::Set(d, p.wr)), hn::Mul(Clamp01(d, x.g), hn::Set(d, p.wg))),
+                  hn::Mul(Clamp01(d, x.b), hn::Set(d, p.wb)));
+    x.r = x.g = x.b = Clamp01(d, l);
+  }
+};
+
+struct ColorRangeMaskOp {
+  ColorRangeMaskParams p;
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V dist = Length3(hn::Sub(x.r, hn::Set(d, p.targetR)), hn::Sub(x.g, hn::Set(d, p.targetG)),
+                     hn::Sub(x.b, hn::Set(d, p.targetB)));
+    float f = std::max(p.feather, 0.0001f);
+    V a = hn::Sub(hn::Set(d, 1.0f), Smoothstep(d, p.tolerance, p.tolerance + f, dist));
+    x.r = x.g = x.b = a;
+    x.a = hn::Set(d, 1.0f);
+  }
+};
+
+struct SharpenBlendOp {
+  SharpenBlendParams p;
+  HWY_INLINE V channel(D d, V c, V blur, V w) const {
+    V s = Clamp01(d, hn::Add(c, hn::Mul(hn::Sub(c, blur), hn::Set(d, p.amount))));
+    return Mix(c, s, w);
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    V e = Length3(hn::Sub(x.r, x.ar), hn::Sub(x.g, x.ag), hn::Sub(x.b, x.ab));
+    V w = Smoothstep(d, p.lo, p.hi, e);
+    x.r = channel(d, x.r, x.ar, w);
+    x.g = channel(d, x.g, x.ag, w);
+    x.b = channel(d, x.b, x.ab, w);
+  }
+};
+
+// ---------------------------------------------------------------- entry points
+
+void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp{p}, r); }
+void VibranceRow(const VibranceParams& p, const KernelRow& r) { RunRow(VibranceOp{p}, r); }
+void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp{p}, r); }
+void SplitToneRow(const SplitTonePrepared& p, const KernelRow& r) { RunRow(SplitToneOp{p}, r); }
+void DetailRow(const DetailParams& p, const KernelRow& r) { RunRow(DetailOp{p}, r); }
+void DehazeRow(const DehazeParams& p, const KernelRow& r) { RunRow(DehazeOp{p}, r); }
+void VignetteRow(const VignettePrepared& p, const KernelRow& r) { RunRow(VignetteOp{p}, r); }
+void GrainRow(const GrainPrepared& p, const KernelRow& r) { RunRow(GrainOp{p}, r); }
+void CurvesRow(const CurvesPrepared& p, const KernelRow& r) { RunRow(CurvesOp{&p}, r); }
+void DitherRow(const DitherParams&, const KernelRow& r) { RunRow(DitherOp{}, r); }
+void RedEyeRow(const RedEyeParams& p, const KernelRow& r) { RunRow(RedEyeOp{p}, r); }
+void DenoiseRow(const DenoiseParams& p, const KernelRow& r) { RunRow(DenoiseOp{p}, r); }
+void LuminanceRangeMaskRow(const LuminanceRangeMaskParams& p, const KernelRow& r) {
+  RunRow(LuminanceRangeMaskOp{p}, r);
+}
+void ChromaDenoiseRow(const ChromaDenoiseParams& p, const KernelRow& r) { RunRow(ChromaDenoiseOp{p}, r); }
+void DefringeRow(const DefringeParams& p, const KernelRow& r) { RunRow(DefringeOp{p}, r); }
+void MonochromeRow(const MonochromePrepared& p, const KernelRow& r) { RunRow(MonochromeOp{p}, r); }
+void ColorRangeMaskRow(const ColorRangeMaskParams& p, const KernelRow& r) { RunRow(ColorRangeMaskOp{p}, r); }
+void SharpenBlendRow(const SharpenBlendParams& p, const KernelRow& r) { RunRow(SharpenBlendOp{p}, r); }
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vg::kernels
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vg::kernels {
+
+#define VG_KERNEL_ENTRY(name, Fn, Params)                                 \
+  HWY_EXPORT(Fn);                                                         \
+  void name(const Params& p, const KernelRow& row) {                      \
+    if (row.n > 0) HWY_DYNAMIC_DISPATCH(Fn)(p, row);                      \
+  }
+
+VG_KERNEL_ENTRY(tone, ToneRow, ToneParams)
+VG_KERNEL_ENTRY(vibrance, VibranceRow, VibranceParams)
+VG_KERNEL_ENTRY(hsl, HslRow, HslParams)
+VG_KERNEL_ENTRY(splitTone, SplitToneRow, SplitTonePrepared)
+VG_KERNEL_ENTRY(detail, DetailRow, DetailParams)
+VG_KERNEL_ENTRY(dehaze, DehazeRow, DehazeParams)
+VG_KERNEL_ENTRY(vignette, VignetteRow, VignettePrepared)
+VG_KERNEL_ENTRY(grain, GrainRow, GrainPrepared)
+VG_KERNEL_ENTRY(curves, CurvesRow, CurvesPrepared)
+VG_KERNEL_ENTRY(dither, DitherRow, DitherParams)
+VG_KERNEL_ENTRY(redEye, RedEyeRow, RedEyeParams)
+VG_KERNEL_ENTRY(denoise, DenoiseRow, DenoiseParams)
+VG_KERNEL_ENTRY(luminanceRangeMask, LuminanceRangeMaskRow, LuminanceRangeMaskParams)
+VG_KERNEL_ENTRY(chromaDenoise, ChromaDenoiseRow, ChromaDenoiseParams)
+VG_KERNEL_ENTRY(defringe, DefringeRow, DefringeParams)
+VG_KERNEL_ENTRY(monochrome, MonochromeRow, MonochromePrepared)
+VG_KERNEL_ENTRY(colorRangeMask, ColorRangeMaskRow, ColorRangeMaskParams)
+VG_KERNEL_ENTRY(sharpenBlend, SharpenBlendRow, SharpenBlendParams)
+
+#undef VG_KERNEL_ENTRY
+}  // namespace vg::kernels
+#endif  // HWY_ONCE
