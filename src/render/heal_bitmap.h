@@ -1,0 +1,38 @@
+// The bridge between the float working image and the healer's 8-bit bitmap.
+//
+// encodeHealBitmap: each pixel of the image (premultiplied, linear) becomes
+// straight (un-premultiplied) colour encoded with the sRGB curve and rounded
+// to the nearest of the 256 codes, alpha = round(255 a); values are clamped to
+// 0...1 first, NaN counts as 0. Healing compares and copies texture in this
+// perceptual encoding, where the shadows get as many codes as the highlights.
+// Bitmap pixel (0, 0) is the image's top-left pixel, wherever its bounds start.
+//
+// writeBackHealed: only pixels the healer changed are touched, so everything
+// else keeps its full float precision (over-white values included). Within the
+// given regions (bitmap coordinates, clipped), a pixel whose bitmap bytes
+// differ from the encoding of its current float value is replaced by the
+// decoded bitmap pixel, premultiplied again. Because decoding a code and
+// encoding it again gives the same code, writing back twice changes nothing.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "render/healer.h"
+#include "render/image.h"
+#include "render/rect.h"
+
+namespace vg {
+
+// The 8-bit sRGB code nearest to a linear value (clamped to 0...1).
+uint8_t encodeSrgb8(float linear);
+// The linear value of an 8-bit sRGB code.
+float decodeSrgb8(uint8_t code);
+
+// Straight sRGB-encoded RGBA bytes of one premultiplied linear pixel.
+void encodeHealPixel(const float* premultiplied, uint8_t* out);
+
+Healer::Bitmap encodeHealBitmap(const Image& image);
+void writeBackHealed(const Healer::Bitmap& bitmap, Image& image, std::span<const Rect> regions);
+
+}  // namespace vg
