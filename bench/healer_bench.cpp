@@ -101,8 +101,8 @@ const vg::Image& workingSource(int width, int height) {
 
 // Eleven strokes of radius 30 pixels on a 6000-pixel-wide source (size 0.01),
 // each about 120 pixels long (9 dabs), spread over the frame.
-std::vector<vg::RecipeHealStroke> elevenStrokes() {
-  std::vector<vg::RecipeHealStroke> out;
+std::vector<vg::HealStroke> elevenStrokes() {
+  std::vector<vg::HealStroke> out;
   for (int i = 0; i < 11; ++i) {
     double u = 0.1 + 0.075 * i, v = 0.25 + 0.05 * (i % 6);
     out.push_back({{{u, v}, {u + 0.015, v + 0.025}}, 0.01});
@@ -113,8 +113,8 @@ std::vector<vg::RecipeHealStroke> elevenStrokes() {
 void healStageStep(benchmark::State& state, bool reusePrefix) {
   const int width = int(state.range(0)), height = int(state.range(1));
   const vg::Image& source = workingSource(width, height);
-  const std::vector<vg::RecipeHealStroke> eleven = elevenStrokes();
-  const std::span<const vg::RecipeHealStroke> ten(eleven.data(), 10);
+  const std::vector<vg::HealStroke> eleven = elevenStrokes();
+  const std::span<const vg::HealStroke> ten(eleven.data(), 10);
   std::mutex lock;
   for (auto _ : state) {
     state.PauseTiming();

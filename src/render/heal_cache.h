@@ -34,6 +34,7 @@
 #include <optional>
 #include <vector>
 
+#include "model/masks.h"
 #include "render/geometry.h"
 #include "render/healer.h"
 #include "render/image.h"
@@ -43,13 +44,9 @@ namespace vg {
 
 using HealSourceId = uint64_t;
 
-// A heal stroke as the recipe holds it: points normalised to the upright
-// source, size a diameter relative to the source width.
-using RecipeHealStroke = Healer::Stroke;
-
 struct HealCacheKey {
   HealSourceId source = 0;
-  std::vector<RecipeHealStroke> heals;
+  std::vector<HealStroke> heals;  // as in the recipe: normalised to the upright source
   GeometryParams geometry;  // crop and lens, as far as they shape the frame
   Rect rect;                // the output rectangle that was healed
   friend bool operator==(const HealCacheKey&, const HealCacheKey&) = default;
@@ -59,7 +56,7 @@ struct HealPrefixEntry {
   HealSourceId source = 0;
   GeometryParams geometry;
   Rect rect;
-  std::vector<RecipeHealStroke> applied;         // strokes baked into image
+  std::vector<HealStroke> applied;         // strokes baked into image
   std::shared_ptr<const Healer::Bitmap> image;  // the healed frame, 8-bit
 
   // True when a request for key can start from this entry.

@@ -22,13 +22,13 @@ Rect dabBox(const Healer::Dab& dab) {
 
 }  // namespace
 
-std::vector<Healer::Stroke> healStrokesInFrame(std::span<const RecipeHealStroke> heals, const Geometry& geometry) {
+std::vector<Healer::Stroke> healStrokesInFrame(std::span<const HealStroke> heals, const Geometry& geometry) {
   std::vector<Healer::Stroke> out;
   const Rect& frame = geometry.outputRect();
   if (frame.empty()) return out;
   const double sizeScale = double(geometry.sourceExtent().width) * geometry.coverFactor() / frame.width;
   out.reserve(heals.size());
-  for (const RecipeHealStroke& stroke : heals) {
+  for (const HealStroke& stroke : heals) {
     Healer::Stroke mapped;
     mapped.size = stroke.size * sizeScale;
     mapped.points.reserve(stroke.points.size());
@@ -44,7 +44,7 @@ std::vector<Healer::Stroke> healStrokesInFrame(std::span<const RecipeHealStroke>
 std::shared_ptr<const Image> runHealStage(HealCache& cache, const HealStageRequest& request) {
   if (!request.source) throw std::invalid_argument("runHealStage: no source image");
   const Geometry geometry(request.source->bounds(), request.geometry, request.integral);
-  HealCacheKey key{request.sourceId, std::vector<RecipeHealStroke>(request.heals.begin(), request.heals.end()),
+  HealCacheKey key{request.sourceId, std::vector<HealStroke>(request.heals.begin(), request.heals.end()),
                    request.geometry, geometry.outputRect()};
   if (std::shared_ptr<const Image> cached = cache.find(key)) return cached;
 

@@ -42,12 +42,12 @@ struct HealStageRequest {
   HealSourceId sourceId = 0;
   GeometryParams geometry;
   bool integral = false;  // the preview's integral output rectangle
-  std::span<const RecipeHealStroke> heals;
+  std::span<const HealStroke> heals;
   const AsyncCancelToken* token = nullptr;
 };
 
 // Strokes in the healer's frame: normalised to geometry.outputRect().
-std::vector<Healer::Stroke> healStrokesInFrame(std::span<const RecipeHealStroke> heals, const Geometry& geometry);
+std::vector<Healer::Stroke> healStrokesInFrame(std::span<const HealStroke> heals, const Geometry& geometry);
 
 // The geometry-corrected, healed frame (bounds = the output rectangle), or
 // nothing when cancelled. Without strokes it is the geometry result alone.

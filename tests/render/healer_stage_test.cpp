@@ -40,8 +40,8 @@ bool samePixels(const Image& a, const Image& b) {
   return true;
 }
 
-std::vector<RecipeHealStroke> strokeSet(int count) {
-  std::vector<RecipeHealStroke> out;
+std::vector<HealStroke> strokeSet(int count) {
+  std::vector<HealStroke> out;
   for (int i = 0; i < count; ++i) {
     double u = 0.12 + 0.07 * i, v = 0.3 + 0.04 * (i % 5);
     out.push_back({{{u, v}, {u + 0.03, v + 0.05}}, 0.02});
@@ -93,7 +93,7 @@ TEST(HealStage, StrokesFollowTheGeometry) {
   Image source(600, 400);
   {
     Geometry plain(source.bounds(), {});
-    auto s = healStrokesInFrame(std::vector<RecipeHealStroke>{{{{0.25, 0.5}}, 0.02}}, plain);
+    auto s = healStrokesInFrame(std::vector<HealStroke>{{{{0.25, 0.5}}, 0.02}}, plain);
     ASSERT_EQ(s.size(), 1u);
     EXPECT_DOUBLE_EQ(s[0].size, 0.02);  // radius = size x width x 0.5 = 6 pixels
     EXPECT_DOUBLE_EQ(s[0].points[0].x, 0.25);
@@ -104,7 +104,7 @@ TEST(HealStage, StrokesFollowTheGeometry) {
     GeometryParams turned;
     turned.quarterTurn = 1;
     Geometry g(source.bounds(), turned);
-    auto s = healStrokesInFrame(std::vector<RecipeHealStroke>{{{{0.25, 0.5}}, 0.02}}, g);
+    auto s = healStrokesInFrame(std::vector<HealStroke>{{{{0.25, 0.5}}, 0.02}}, g);
     EXPECT_NEAR(*Healer::strokeRadius(s[0].size, g.outputRect().width, g.outputRect().height), 6.0, 1e-9);
     PointF expected = g.normalisedToOutput({0.25, 0.5});
     EXPECT_NEAR(s[0].points[0].x * g.outputRect().width + g.outputRect().x, expected.x, 1e-9);
@@ -114,7 +114,7 @@ TEST(HealStage, StrokesFollowTheGeometry) {
     GeometryParams cropped;
     cropped.crop = RectF{0.5, 0, 0.5, 1};
     Geometry g(source.bounds(), cropped);
-    auto s = healStrokesInFrame(std::vector<RecipeHealStroke>{{{{0.25, 0.5}, {0.75, 0.5}}, 0.02}}, g);
+    auto s = healStrokesInFrame(std::vector<HealStroke>{{{{0.25, 0.5}, {0.75, 0.5}}, 0.02}}, g);
     EXPECT_LT(s[0].points[0].x, 0.0);
     EXPECT_NEAR(s[0].points[1].x, 0.5, 1e-9);
     EXPECT_NEAR(*Healer::strokeRadius(s[0].size, g.outputRect().width, g.outputRect().height), 6.0, 1e-9);
@@ -153,7 +153,7 @@ TEST(HealStage, PrefixReuseGivesTheSamePixelsAsAFullRecompute) {
     geometry.quarterTurn = turns;
     geometry.crop = RectF{0.05, 0.0, 0.9, 0.95};
     auto eleven = strokeSet(11);
-    std::span<const RecipeHealStroke> ten(eleven.data(), 10);
+    std::span<const HealStroke> ten(eleven.data(), 10);
 
     std::mutex lockA;
     HealCache incremental(lockA);
