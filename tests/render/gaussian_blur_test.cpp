@@ -1,0 +1,148 @@
+// Gaussian blur against a true Gaussian (direct convolution in double with an
+// untruncated kernel and clamped edges), for the direct and recursive ranges.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "render/gaussian_blur.h"
+#include "render/parallel.h"
+
+namespace vg {
+namespace {
+
+// The true blur of channel c at output pixel (x, y): separable, clamped edges.
+double trueBlur(const Image& src, double sigma, int x, int y, int c) {
+  const Rect b = src.bounds();
+  const int R = int(std::ceil(8 * sigma)) + 1;
+  double sum = 0, wsum = 0;
+  for (int dy = -R; dy <= R; ++dy) {
+    double wy = std::exp(-dy * dy / (2 * sigma * sigma));
+    int sy = std::clamp(y + dy, b.y, b.bottom() - 1);
+    for (int dx = -R; dx <= R; ++dx) {
+      double w = wy * std::exp(-dx * dx / (2 * sigma * sigma));
+      int sx = std::clamp(x + dx, b.x, b.right() - 1);
+      sum += w * src.at(sx, sy)[c];
+      wsum += w;
+    }
+  }
+  return sum / wsum;
+}
+
+Image randomImage(Rect r, uint32_t seed) {
+  Image img(r);
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> u(0, 1);
+  for (int y = r.y; y < r.bottom(); ++y)
+    for (int x = r.x; x < r.right(); ++x)
+      for (int c = 0; c < 4; ++c) img.at(x, y)[c] = c == 3 ? 1.0f : u(rng);
+  return img;
+}
+
+const float kSigmas[] = {0.4f, 1.0f, 1.6f, 2.4f, 2.99f, 3.0f, 4.5f, 6.0f, 12.0f, 25.0f};
+
+TEST(GaussianBlur, ImpulseResponseIsWithinOnePercentOfTheTrueGaussian) {
+  for (float sigma : kSigmas) {
+    SCOPED_TRACE(sigma);
+    const int half = int(std::ceil(8 * sigma)) + 4;
+    Image img(Rect{-half, 100, 2 * half + 1, 1});  // one row: the horizontal pass alone
+    img.at(0, 100)[0] = 1.0f;
+    Image out = gaussianBlur(img, sigma);
+    double l1 = 0, worst = 0, norm = 0;
+    for (int x = -half; x <= half; ++x) norm += std::exp(-double(x) * x / (2.0 * sigma * sigma));
+    for (int x = -half; x <= half; ++x) {
+      double g = std::exp(-double(x) * x / (2.0 * sigma * sigma)) / norm;
+      double e = std::fabs(out.at(x, 100)[0] - g);
+      l1 += e;
+      worst = std::max(worst, e);
+    }
+
+    EXPECT_LT(l1, 0.01);
+    EXPECT_LT(worst, 0.01 / norm);  // below 1 % of the peak
+  }
+}
+
+TEST(GaussianBlur, MatchesTheTrueBlurWithClampedEdgesAroundTheSource) {
+  for (float sigma : {1.6f, 2.4f, 6.0f}) {
+    SCOPED_TRACE(sigma);
+    Image src = randomImage(Rect{10, -5, 37, 29}, 3);
+    Rect out = src.bounds().grown(int(std::ceil(3 * sigma)));
+    Image blurred = gaussianBlur(src, sigma, out);
+    ASSERT_EQ(blurred.bounds(), out);
+    double worst = 0;
+    for (int y = out.y; y < out.bottom(); y += 3)
+      for (int x = out.x; x < out.right(); x += 2)
+        for (int c = 0; c < 4; ++c) worst = std::max(worst, std::fabs(blurred.at(x, y)[c] - trueBlur(src, sigma, x, y, c)));
+    EXPECT_LT(worst, 0.01);
+  }
+}
+
+TEST(GaussianBlur, ConstantStaysConstantEvenFarOutside) {
+  for (float sigma : {0.7f, 2.0f, 5.0f, 40.0f}) {
+    Image src(Rect{0, 0, 20, 13});
+    for (int y = 0; y < 13; ++y)
+      for (int x = 0; x < 20; ++x)
+        for (int c = 0; c < 4; ++c) src.at(x, y)[c] = 0.25f * float(c + 1);
+    Image out = gaussianBlur(src, sigma, Rect{-30, -7, 90, 40});
+    for (int y = -7; y < 33; ++y)
+      for (int x = -30; x < 60; ++x)
+        for (int c = 0; c < 4; ++c) ASSERT_NEAR(out.at(x, y)[c], 0.25f * float(c + 1), 2e-6f) << sigma;
+  }
+}
+
+TEST(GaussianBlur, ATileEqualsTheSameCropOfTheWholeBlur) {
+  Image src = randomImage(Rect{0, 0, 300, 200}, 9);
+  for (float sigma : {2.0f, 8.0f}) {
+    Image whole = gaussianBlur(src, sigma);
+    Rect tile{150, 90, 40, 30};
+    Image part = gaussianBlur(src, sigma, tile);
+    for (int y = tile.y; y < tile.bottom(); ++y)
+      for (int x = tile.x; x < tile.right(); ++x)
+        for (int c = 0; c < 4; ++c) ASSERT_NEAR(part.at(x, y)[c], whole.at(x, y)[c], 1e-5f) << sigma;
+  }
+}
+
+TEST(GaussianBlur, ThreadCountDoesNotChangeBits) {
+  Image src = randomImage(Rect{-4, 3, 101, 77}, 5);
+  for (float sigma : {1.2f, 6.0f}) {
+    Image many = gaussianBlur(src, sigma);
+    Image one = [&] {
+      ScopedThreadLimit limit(1);
+      return gaussianBlur(src, sigma);
+    }();
+    for (int y = 3; y < 80; ++y) ASSERT_EQ(0, std::memcmp(one.row(y), many.row(y), 101 * 16)) << sigma;
+  }
+}
+
+TEST(GaussianBlur, NoSigmaCopiesAndEmptySourceIsTransparent) {
+  Image src = randomImage(Rect{0, 0, 5, 4}, 1);
+  for (float sigma : {0.0f, -1.0f, NAN}) {
+    Image out = gaussianBlur(src, sigma, Rect{-2, 0, 9, 4});
+    EXPECT_EQ(out.at(-2, 1)[0], src.at(0, 1)[0]);
+    EXPECT_EQ(out.at(3, 2)[2], src.at(3, 2)[2]);
+    EXPECT_EQ(out.at(6, 3)[1], src.at(4, 3)[1]);
+  }
+  Image none = gaussianBlur(Image(), 2.0f, Rect{0, 0, 3, 3});
+  EXPECT_EQ(none.at(1, 1)[3], 0.0f);
+}
+
+TEST(UnsharpMask, SharpensEdgesAndKeepsFlatAreasAndAlpha) {
+  Image src(Rect{0, 0, 40, 3});
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 40; ++x) {
+      float v = x < 20 ? 0.2f : 0.8f;
+      src.at(x, y)[0] = src.at(x, y)[1] = src.at(x, y)[2] = v;
+      src.at(x, y)[3] = 1.0f;
+    }
+  Image out = unsharpMask(src, 2.0f, 1.0f);
+  EXPECT_NEAR(out.at(2, 1)[0], 0.2f, 1e-5f);
+  EXPECT_NEAR(out.at(37, 1)[0], 0.8f, 1e-5f);
+  EXPECT_LT(out.at(19, 1)[0], 0.2f);  // undershoot on the dark side
+  EXPECT_GT(out.at(20, 1)[0], 0.8f);  // overshoot on the bright side
+  EXPECT_EQ(out.at(19, 1)[3], 1.0f);
+}
+
+}  // namespace
+}  // namespace vg
