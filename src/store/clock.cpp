@@ -1,0 +1,10 @@
+#include "store/clock.h"
+
+namespace vg {
+
+SystemClock& SystemClock::shared() {
+  static SystemClock clock;
+  return clock;
+}
+
+}  // namespace vg
