@@ -11,6 +11,7 @@ const std::vector<Command>& allCommands() {
   static const std::vector<Command> all = [] {
     std::vector<Command> list;
     (void)append;
+    append(list, sidecarCommands());
     return list;
   }();
   return all;

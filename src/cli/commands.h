@@ -8,4 +8,6 @@
 
 namespace vg::cli {
 
+std::vector<Command> sidecarCommands();
+
 }  // namespace vg::cli

@@ -1,0 +1,196 @@
+#include "store/edit_store.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "model/json.h"
+#include "model/log.h"
+#include "store/atomic_file.h"
+#include "store/support_folder.h"
+
+namespace vg {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kDecodeFailedLog = "Verdantglass: sidecar 解码失败，已保留坏件副本 ";
+constexpr std::string_view kWriteFailedLog = "Verdantglass: sidecar 写入失败 ";
+
+bool isRegularFile(const fs::path& path) {
+  std::error_code ec;
+  return fs::is_regular_file(path, ec);
+}
+
+// Renames without replacing an existing file: a second corrupt copy within the
+// same second must not overwrite the first one.
+bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // File systems without RENAME_NOREPLACE: link() refuses existing names too.
+  if (::link(from.c_str(), to.c_str()) != 0) return false;
+  ::unlink(from.c_str());
+  return true;
+}
+
+}  // namespace
+
+EditStore::EditStore(fs::path editsFolder, const Clock& clock)
+    : folder_(std::move(editsFolder)), clock_(clock), writeQueue_("vg.editstore.write") {}
+
+EditStore::~EditStore() { writeQueue_.drain(); }
+
+EditStore& EditStore::shared() {
+  static EditStore store(vg::editsFolder());
+  return store;
+}
+
+EditStore::Target EditStore::targetFor(const fs::path& image) const {
+  const SidecarNames names = sidecarNames(image);
+  Target target{names.current, folder_ / names.current, {}};
+  for (const std::string* other : {&names.older, &names.oldest}) {
+    fs::path path = folder_ / *other;
+    if (path != target.current &&
+        std::find(target.retired.begin(), target.retired.end(), path) == target.retired.end()) {
+      target.retired.push_back(std::move(path));
+    }
+  }
+  return target;
+}
+
+fs::path EditStore::sidecarPath(const fs::path& image) const {
+  return folder_ / sidecarNames(image).current;
+}
+
+std::optional<fs::path> EditStore::existingSidecarPath(const fs::path& image) const {
+  const Target target = targetFor(image);
+  std::error_code ec;
+  if (fs::exists(target.current, ec)) return target.current;
+  for (const fs::path& other : target.retired) {
+    if (fs::exists(other, ec)) return other;
+  }
+  return std::nullopt;
+}
+
+std::optional<EditDocument> EditStore::load(const fs::path& image) {
+  const std::optional<fs::path> file = existingSidecarPath(image);
+  if (!file) return std::nullopt;
+  return readSidecar(*file);
+}
+
+std::optional<EditDocument> EditStore::readSidecar(const fs::path& file) {
+  std::string bytes;
+  {
+    std::ifstream in(file, std::ios::binary);
+    if (!in || !isRegularFile(file)) return std::nullopt;  // unreadable: no sidecar, no report
+    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) return std::nullopt;
+  }
+
+  std::optional<EditDocument> doc = decodeEditDocument(std::string_view(bytes));
+  const auto now = clock_.now();
+  if (doc) {
+    // Record the use; a sidecar whose date cannot be set is still good.
+    const auto sinceEpoch = now.time_since_epoch();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    const struct timespec times[2] = {
+        {0, UTIME_OMIT},
+        {time_t(seconds.count()),
+         long(std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch - seconds).count())}};
+    ::utimensat(AT_FDCWD, file.c_str(), times, 0);
+    return doc;
+  }
+
+  const int64_t seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
+  const std::string copyName = corruptCopyName(file.filename().string(), seconds);
+  moveWithoutReplacing(file, file.parent_path() / copyName);  // failure: logged all the same
+  logLine(std::string(kDecodeFailedLog) + copyName);
+  return std::nullopt;
+}
+
+uint64_t EditStore::takeSaveNumber(const fs::path& image) {
+  return saveNumbers_.take(sidecarNames(image).current);
+}
+
+std::future<bool> EditStore::save(const EditDocument& doc, const fs::path& image) {
+  std::string bytes = encodeEditDocument(doc);
+  Target target = targetFor(image);
+  const uint64_t number = saveNumbers_.take(target.key);
+  return queueWrite(std::move(bytes), std::move(target), number, false);
+}
+
+std::future<bool> EditStore::save(const EditDocument& doc, const fs::path& image,
+                                  uint64_t saveNumber, bool unconditional) {
+  return queueWrite(encodeEditDocument(doc), targetFor(image), saveNumber, unconditional);
+}
+
+std::future<bool> EditStore::queueWrite(std::string bytes, Target target, uint64_t saveNumber,
+                                        bool unconditional) {
+  auto result = std::make_shared<std::promise<bool>>();
+  std::future<bool> future = result->get_future();
+  writeQueue_.post([this, result, bytes = std::move(bytes), target = std::move(target), saveNumber,
+                    unconditional] {
+    if (!unconditional && saveNumbers_.isStale(target.key, saveNumber)) {
+      result->set_value(true);  // a newer save of this image is queued behind us
+      return;
+    }
+    prepareFolder();
+    if (auto error = writeFileAtomically(target.current, bytes)) {
+      logLine(std::string(kWriteFailedLog) + *error);
+      result->set_value(false);
+      return;
+    }
+    for (const fs::path& old : target.retired) {
+      std::error_code ignored;
+      fs::remove(old, ignored);
+    }
+    result->set_value(true);
+  });
+  return future;
+}
+
+std::future<bool> EditStore::removeSidecars(const fs::path& image) {
+  auto result = std::make_shared<std::promise<bool>>();
+  std::future<bool> future = result->get_future();
+  writeQueue_.post([result, target = targetFor(image)] {
+    bool allGone = true;
+    auto removeOne = [&allGone](const fs::path& path) {
+      std::error_code ec;
+      fs::remove(path, ec);  // an absent file is no error
+      if (ec) allGone = false;
+    };
+    removeOne(target.current);
+    for (const fs::path& path : target.retired) removeOne(path);
+    result->set_value(allGone);
+  });
+  return future;
+}
+
+void EditStore::flush() { writeQueue_.drain(); }
+
+void EditStore::prepareFolder() {
+  std::error_code ec;
+  if (!fs::is_directory(folder_, ec)) {
+    // A folder that cannot be created makes the write below fail, and that
+    // failure is what gets reported.
+    fs::create_directories(folder_, ec);
+  }
+  if (!folderPrepared_ && fs::is_directory(folder_, ec)) {
+    removeStaleTemporaryFiles(folder_);
+    folderPrepared_ = true;
+  }
+}
+
+std::optional<EditDocument> loadSavedRecipe(const fs::path& image) {
+  return EditStore::shared().load(image);
+}
+
+}  // namespace vg

@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "model/json.h"
+#include "model/log.h"
+#include "store/manual_executor.h"
+#include "store/save_scheduler.h"
+#include "store/serial_queue.h"
+#include "support/test_support.h"
+#include "test_documents.h"
+
+namespace vg {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using test::numberedDocument;
+
+// Fake time on the main thread; real threads for the background hand-off and
+// the store's write queue.
+struct SchedulerFixture : ::testing::Test {
+  test::TempDir dir;
+  fs::path edits = dir / "Edits";
+  fs::path image = dir / "photo.jpg";
+  FakeClock clock;
+  ManualExecutor main{clock};
+  EditStore store{edits, clock};
+  SerialQueue background{"vg.test.bg"};
+  std::vector<std::string> failures;
+  EditSaveScheduler scheduler{image, store, main, background,
+                              [this](std::string_view m) { failures.emplace_back(m); }};
+
+  fs::path sidecar() const { return store.sidecarPath(image); }
+
+  // Lets the background hand-off and the write finish, then runs whatever
+  // they posted back to the main thread.
+  void settle() {
+    background.drain();
+    store.flush();
+    main.runReady();
+  }
+
+  // Identifies one write: every atomic write puts a new inode in place.
+  ino_t inode() const {
+    struct stat info {};
+    return ::stat(sidecar().c_str(), &info) == 0 ? info.st_ino : 0;
+  }
+};
+
+using EditSaveSchedulerTest = SchedulerFixture;
+
+TEST_F(EditSaveSchedulerTest, ABurstIsWrittenOnceAfterTheQuietPeriodFromItsFirstChange) {
+  for (int k = 1; k <= 10; ++k) {
+    scheduler.schedule(numberedDocument(k));
+    if (k < 10) main.advance(clock, 50ms);  // ten changes within 0.45 s
+  }
+  main.advance(clock, 149ms);  // 0.599 s after the first change
+  settle();
+  EXPECT_FALSE(fs::exists(sidecar()));
+  EXPECT_TRUE(scheduler.hasPending());
+
+  main.advance(clock, 1ms);
+  settle();
+  ASSERT_TRUE(fs::exists(sidecar()));
+  EXPECT_EQ(store.load(image), numberedDocument(10));
+  EXPECT_FALSE(scheduler.hasPending());
+  const ino_t written = inode();
+
+  main.advance(clock, 5s);
+  settle();
+  EXPECT_EQ(inode(), written) << "the burst must be written exactly once";
+  EXPECT_EQ(main.pendingCount(), 0u);
+  EXPECT_TRUE(failures.empty());
+}
+
+TEST_F(EditSaveSchedulerTest, AChangeAfterTheWriteStartsANewBurst) {
+  scheduler.schedule(numberedDocument(1));
+  main.advance(clock, 600ms);
+  settle();
+  EXPECT_EQ(store.load(image), numberedDocument(1));
+  scheduler.schedule(numberedDocument(2));
+  main.advance(clock, 599ms);
+  settle();
+  EXPECT_EQ(store.load(image), numberedDocument(1));
+  main.advance(clock, 1ms);
+  settle();
+  EXPECT_EQ(store.load(image), numberedDocument(2));
+}
+
+TEST_F(EditSaveSchedulerTest, FlushWritesAtOnceAndTheTimerThenWritesNothing) {
+  scheduler.schedule(numberedDocument(1));
+  scheduler.schedule(numberedDocument(2));
+  EXPECT_TRUE(scheduler.flush());
+  EXPECT_TRUE(scheduler.isFlushed());
+  EXPECT_EQ(store.load(image), numberedDocument(2)) << "flush returns once the file is on disk";
+  const ino_t written = inode();
+
+  main.advance(clock, 2s);
+  settle();
+  EXPECT_EQ(inode(), written);
+  EXPECT_FALSE(scheduler.hasPending());
+
+  scheduler.schedule(numberedDocument(3));
+  EXPECT_FALSE(scheduler.isFlushed());
+}
+
+TEST_F(EditSaveSchedulerTest, FlushMakesAnAutosaveStillQueuedStale) {
+  scheduler.schedule(numberedDocument(1));
+  main.advance(clock, 600ms);  // the timer hands document 1 to the background
+  scheduler.schedule(numberedDocument(2));
+  EXPECT_TRUE(scheduler.flush());
+  settle();
+  EXPECT_EQ(store.load(image), numberedDocument(2));
+}
+
+TEST_F(EditSaveSchedulerTest, FlushingANoEditDocumentRemovesTheSidecarUnderEveryName) {
+  fs::create_directories(edits);
+  const SidecarNames names = sidecarNames(image);
+  test::writeFile(edits / names.current, encodeEditDocument(numberedDocument(1)));
+  test::writeFile(edits / names.oldest, encodeEditDocument(numberedDocument(0)));
+
+  EditDocument untouched;
+  untouched.filterStrength = 40;  // not looked at by the no-edit test
+  scheduler.schedule(untouched);
+  EXPECT_TRUE(scheduler.flush());
+  EXPECT_TRUE(fs::is_empty(edits));
+  EXPECT_EQ(store.load(image), std::nullopt);
+}
+
+TEST_F(EditSaveSchedulerTest, FlushWithNothingPendingTouchesNoFile) {
+  EXPECT_TRUE(scheduler.flush());
+  EXPECT_TRUE(scheduler.isFlushed());
+  EXPECT_FALSE(fs::exists(edits));
+
+  scheduler.schedule(numberedDocument(1));
+  main.advance(clock, 600ms);
+  settle();
+  const ino_t written = inode();
+  EXPECT_TRUE(scheduler.flush()) << "the autosave already wrote it";
+  EXPECT_EQ(inode(), written);
+}
+
+TEST_F(EditSaveSchedulerTest, FailedAutosaveTellsTheEditorAndFlushTriesAgain) {
+  test::writeFile(edits, "a file where the folder should be");
+  ScopedLogCapture log;
+  scheduler.schedule(numberedDocument(1));
+  main.advance(clock, 600ms);
+  settle();
+  EXPECT_EQ(failures, std::vector<std::string>{"自动保存失败：编辑可能未被记录"});
+  EXPECT_TRUE(scheduler.hasPending()) << "the unsaved document is kept for the next try";
+
+  EXPECT_FALSE(scheduler.flush());
+  ASSERT_EQ(log.lines().size(), 3u);
+  EXPECT_EQ(log.lines()[0].rfind("Verdantglass: sidecar 写入失败 ", 0), 0u);
+  EXPECT_EQ(log.lines()[2], "Verdantglass: 退出前编辑保存失败（磁盘满或目录不可写）photo.jpg");
+
+  fs::remove(edits);
+  EXPECT_TRUE(scheduler.flush());
+  EXPECT_EQ(store.load(image), numberedDocument(1));
+  EXPECT_EQ(failures.size(), 1u);
+}
+
+TEST_F(EditSaveSchedulerTest, ATimerThatOutlivesItsSchedulerDoesNothing) {
+  {
+    EditSaveScheduler shortLived(dir / "other.jpg", store, main, background);
+    shortLived.schedule(numberedDocument(1));
+  }
+  main.advance(clock, 1s);
+  settle();
+  EXPECT_FALSE(fs::exists(edits));
+}
+
+}  // namespace
+}  // namespace vg
