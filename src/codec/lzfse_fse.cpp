@@ -45,9 +45,13 @@ uint8_t mSymbol(uint32_t v) {
   return 19;
 }
 
+// Symbol 4q + r (r < 4) has base 4 * (2^q - 1) + r * 2^q and q extra bits,
+// so v + 4 = (4 + r) * 2^q + extra: its top three bits are 1rr at bit q + 2.
 uint8_t dSymbol(uint32_t v) {
-  auto it = std::upper_bound(kDBaseValue.begin(), kDBaseValue.end(), v);
-  return uint8_t(it - kDBaseValue.begin() - 1);
+  const uint32_t w = v + 4;
+  const int q = std::bit_width(w) - 3;
+  const uint32_t r = (w >> q) - 4;
+  return uint8_t(4 * q + int(r));
 }
 
 namespace {

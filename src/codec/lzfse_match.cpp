@@ -16,6 +16,9 @@ constexpr uint32_t kEmpty = 0xFFFFFFFFu;
 // Lazy evaluation is skipped for matches at least this long: they rarely
 // improve, and long runs are where the time would go.
 constexpr uint32_t kLazyLimit = 32;
+// Positions of a long match that are indexed: the first and the last few.
+constexpr uint32_t kIndexedHead = 16;
+constexpr uint32_t kIndexedTail = 32;
 
 inline uint32_t hash4(const uint8_t* p) {
   return (load32(p) * 2654435761u) >> (32 - kHashBits);
@@ -132,7 +135,17 @@ std::vector<Sequence> findMatches(std::span<const uint8_t> data, const MatchLimi
     }
     out.push_back({pos - litStart, m.length, m.distance});
     const uint32_t matchEnd = pos + m.length;
-    for (uint32_t p = std::max(pos, inserted); p < matchEnd && p < end; ++p) finder.insert(p);
+    // Index the positions the match covers; of a long match only its head
+    // and tail (runs and repeated rows would fill the table with copies of
+    // themselves, and cost most of the time).
+    const uint32_t from = std::max(pos, inserted);
+    const uint32_t to = std::min(matchEnd, end);
+    if (to > from + kIndexedHead + kIndexedTail) {
+      for (uint32_t p = from; p < from + kIndexedHead; ++p) finder.insert(p);
+      for (uint32_t p = to - kIndexedTail; p < to; ++p) finder.insert(p);
+    } else {
+      for (uint32_t p = from; p < to; ++p) finder.insert(p);
+    }
     inserted = matchEnd;
     pos = matchEnd;
     litStart = pos;
