@@ -1,0 +1,173 @@
+#include "io/export_stages.h"
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace vg {
+namespace {
+
+double lanczos3(double x) {
+  x = std::fabs(x);
+  if (x < 1e-9) return 1.0;
+  if (x >= 3.0) return 0.0;
+  double px = std::numbers::pi * x;
+  return 3.0 * std::sin(px) * std::sin(px / 3.0) / (px * px);
+}
+
+template <typename Fn>
+void forRows(int begin, int end, Fn&& fn) {
+  tbb::parallel_for(tbb::blocked_range<int>(begin, end, 8), [&](const tbb::blocked_range<int>& r) {
+    for (int i = r.begin(); i != r.end(); ++i) fn(i);
+  });
+}
+
+}  // namespace
+
+LanczosResizeSource::Taps LanczosResizeSource::makeTaps(int inSize, int outSize) {
+  Taps t;
+  t.first.resize(size_t(outSize));
+  t.count.resize(size_t(outSize));
+  const double scale = double(outSize) / double(inSize);
+  const double stretch = scale < 1.0 ? scale : 1.0;  // kernel x-scale
+  const double support = 3.0 / stretch;
+  for (int o = 0; o < outSize; ++o) {
+    double centre = (o + 0.5) / scale - 0.5;
+    int lo = int(std::floor(centre - support)) + 1;
+    int hi = int(std::ceil(centre + support)) - 1;
+    t.first[size_t(o)] = int(t.index.size());
+    double sum = 0;
+    size_t start = t.weight.size();
+    for (int i = lo; i <= hi; ++i) {
+      double w = lanczos3((i - centre) * stretch);
+      if (w == 0.0) continue;
+      int clamped = std::clamp(i, 0, inSize - 1);
+      // Merge repeated edge taps into one.
+      if (t.index.size() > start && t.index.back() == clamped) {
+        t.weight.back() += float(w);
+      } else {
+        t.index.push_back(clamped);
+        t.weight.push_back(float(w));
+      }
+      sum += w;
+    }
+    for (size_t k = start; k < t.weight.size(); ++k) t.weight[k] = float(t.weight[k] / sum);
+    t.count[size_t(o)] = int(t.index.size()) - t.first[size_t(o)];
+  }
+  return t;
+}
+
+LanczosResizeSource::LanczosResizeSource(BandSource& input, int targetWidth, int targetHeight)
+    : input_(input), width_(targetWidth), height_(targetHeight) {
+  xTaps_ = makeTaps(input.width(), targetWidth);
+  yTaps_ = makeTaps(input.height(), targetHeight);
+}
+
+Image LanczosResizeSource::renderBand(const Rect& rect) {
+  Image out(rect);
+  if (rect.empty()) return out;
+  // Input rows the band's taps reach.
+  int inTop = input_.height(), inBottom = 0;
+  for (int y = rect.y; y < rect.bottom(); ++y) {
+    const int* idx = &yTaps_.index[size_t(yTaps_.first[size_t(y)])];
+    int n = yTaps_.count[size_t(y)];
+    inTop = std::min(inTop, *std::min_element(idx, idx + n));
+    inBottom = std::max(inBottom, *std::max_element(idx, idx + n) + 1);
+  }
+  Image in = input_.renderBand(Rect{0, inTop, input_.width(), inBottom - inTop});
+
+  // Horizontal pass: the needed input rows at the target width and the
+  // band's columns.
+  Image across(Rect{rect.x, inTop, rect.width, inBottom - inTop});
+  forRows(inTop, inBottom, [&](int y) {
+    const float* src = in.row(y);
+    float* dst = across.row(y);
+    for (int x = rect.x; x < rect.right(); ++x, dst += 4) {
+      const size_t f = size_t(xTaps_.first[size_t(x)]);
+      const int n = xTaps_.count[size_t(x)];
+      float r = 0, g = 0, b = 0, a = 0;
+      for (int k = 0; k < n; ++k) {
+        const float* p = src + size_t(xTaps_.index[f + k]) * 4;
+        const float w = xTaps_.weight[f + k];
+        r += w * p[0];
+        g += w * p[1];
+        b += w * p[2];
+        a += w * p[3];
+      }
+      dst[0] = r;
+      dst[1] = g;
+      dst[2] = b;
+      dst[3] = a;
+    }
+  });
+
+  // Vertical pass.
+  forRows(rect.y, rect.bottom(), [&](int y) {
+    float* dst = out.row(y);
+    const size_t f = size_t(yTaps_.first[size_t(y)]);
+    const int n = yTaps_.count[size_t(y)];
+    const size_t floats = size_t(rect.width) * 4;
+    for (int k = 0; k < n; ++k) {
+      const float* src = across.row(yTaps_.index[f + k]);
+      const float w = yTaps_.weight[f + k];
+      for (size_t i = 0; i < floats; ++i) dst[i] += w * src[i];
+    }
+  });
+  return out;
+}
+
+UnsharpMaskSource::UnsharpMaskSource(BandSource& input, double radius, double intensity)
+    : input_(input), intensity_(float(intensity)) {
+  const double sigma = std::max(radius, 1e-3);
+  reach_ = std::max(1, int(std::ceil(3.0 * sigma)));
+  kernel_.resize(size_t(2 * reach_ + 1));
+  double sum = 0;
+  for (int i = -reach_; i <= reach_; ++i) sum += kernel_[size_t(i + reach_)] = float(std::exp(-0.5 * i * i / (sigma * sigma)));
+  for (float& w : kernel_) w = float(w / sum);
+}
+
+Image UnsharpMaskSource::renderBand(const Rect& rect) {
+  Image out(rect);
+  if (rect.empty()) return out;
+  const int w = input_.width(), h = input_.height();
+  const int top = std::max(0, rect.y - reach_), bottom = std::min(h, rect.bottom() + reach_);
+  const int left = std::max(0, rect.x - reach_), right = std::min(w, rect.right() + reach_);
+  Image in = input_.renderBand(Rect{left, top, right - left, bottom - top});
+
+  // Horizontal blur of every fetched row over the band's columns.
+  Image across(Rect{rect.x, top, rect.width, bottom - top});
+  forRows(top, bottom, [&](int y) {
+    const float* src = in.row(y);
+    float* dst = across.row(y);
+    for (int x = rect.x; x < rect.right(); ++x, dst += 4) {
+      float acc[4] = {0, 0, 0, 0};
+      for (int k = -reach_; k <= reach_; ++k) {
+        const float* p = src + size_t(std::clamp(x + k, 0, w - 1) - left) * 4;
+        const float wt = kernel_[size_t(k + reach_)];
+        for (int c = 0; c < 4; ++c) acc[c] += wt * p[c];
+      }
+      for (int c = 0; c < 4; ++c) dst[c] = acc[c];
+    }
+  });
+
+  // Vertical blur, then c + (c - blur) * intensity.
+  forRows(rect.y, rect.bottom(), [&](int y) {
+    float* dst = out.row(y);
+    const size_t floats = size_t(rect.width) * 4;
+    for (int k = -reach_; k <= reach_; ++k) {
+      const float* src = across.row(std::clamp(y + k, 0, h - 1));
+      const float wt = kernel_[size_t(k + reach_)];
+      for (size_t i = 0; i < floats; ++i) dst[i] += wt * src[i];
+    }
+    const float* c = in.at(rect.x, y);
+    for (int x = 0; x < rect.width; ++x, c += 4, dst += 4) {
+      for (int ch = 0; ch < 3; ++ch) dst[ch] = c[ch] + (c[ch] - dst[ch]) * intensity_;
+      dst[3] = c[3];
+    }
+  });
+  return out;
+}
+
+}  // namespace vg

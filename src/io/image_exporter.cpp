@@ -1,0 +1,183 @@
+#include "io/image_exporter.h"
+
+#include <sys/stat.h>
+#include <tbb/parallel_for.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "io/export_metadata.h"
+#include "io/export_stages.h"
+#include "io/export_temp_file.h"
+#include "io/image_encoder.h"
+#include "model/log.h"
+#include "render/color_profiles.h"
+
+namespace vg {
+namespace {
+
+// Rows per band: enough to keep both cores busy and the encoders streaming,
+// small enough that a band of a 1,000,000-pixel-wide image stays bounded.
+int bandRows(int width) {
+  const int64_t pixels = 4 * 1024 * 1024;  // ~64 MB of float RGBA per band
+  return int(std::clamp<int64_t>(pixels / std::max(1, width), 16, 256));
+}
+
+OutputColorSpace outputSpace(ExportColorSpace space) {
+  switch (space) {
+    case ExportColorSpace::srgb: return OutputColorSpace::sRGB;
+    case ExportColorSpace::displayP3: return OutputColorSpace::displayP3;
+    case ExportColorSpace::adobeRGB: return OutputColorSpace::adobeRGB1998;
+  }
+  return OutputColorSpace::sRGB;
+}
+
+std::string extensionFor(const std::filesystem::path& destination, ExportFormat format) {
+  std::string ext = destination.extension().string();
+  if (ext.size() > 1) return ext.substr(1);
+  return std::string(defaultExtension(format));
+}
+
+}  // namespace
+
+bool ImageExporter::sameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
+  std::error_code ec1, ec2;
+  auto ca = std::filesystem::weakly_canonical(std::filesystem::absolute(a, ec1), ec1);
+  auto cb = std::filesystem::weakly_canonical(std::filesystem::absolute(b, ec2), ec2);
+  if (!ec1 && !ec2 && ca == cb) return true;
+  struct stat sa {}, sb {};
+  if (::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0)
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  return false;
+}
+
+void ImageExporter::validate(const Options& options) {
+  if (!std::isfinite(options.quality) || options.quality < 0.0 || options.quality > 1.0)
+    throw ExportError(ExportError::kInvalidSettings, "quality out of range");
+  if (options.longEdge && *options.longEdge < 1) throw ExportError(ExportError::kInvalidSettings, "long edge below 1");
+}
+
+ImageExporter::Size ImageExporter::targetSize(int64_t width, int64_t height, const std::optional<int64_t>& longEdge) {
+  if (!longEdge || std::max(width, height) <= *longEdge) return {width, height};
+  const double edge = double(*longEdge);
+  if (width <= height)
+    return {std::max<int64_t>(1, std::llround(double(width) * edge / double(height))), *longEdge};
+  return {*longEdge, std::max<int64_t>(1, std::llround(double(height) * edge / double(width)))};
+}
+
+uint64_t ImageExporter::memoryBudget() {
+  const uint64_t twoGiB = uint64_t(2) << 30;
+  long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
+  if (pages <= 0 || pageSize <= 0) return twoGiB;
+  return std::min(twoGiB, uint64_t(pages) * uint64_t(pageSize) / 4);
+}
+
+ImageExporter::Result ImageExporter::exportImage(const Image& image, const std::filesystem::path& destination,
+                                                 const Options& options, const std::function<bool()>& isCancelled) {
+  ImageBandSource source(image);
+  return exportImage(source, destination, options, isCancelled);
+}
+
+ImageExporter::Result ImageExporter::exportImage(BandSource& image, const std::filesystem::path& destination,
+                                                 const Options& options, const std::function<bool()>& isCancelled) {
+  // 1-2. Protect the source, validate.
+  if (options.metadataSourceURL && sameFile(*options.metadataSourceURL, destination))
+    throw ExportError(ExportError::kWouldOverwriteSource, destination.string());
+  validate(options);
+  if (image.width() < 1 || image.height() < 1) throw ExportError(ExportError::kRenderFailed, "empty image");
+
+  // 3-4. Resize and sharpen, as band stages over the source.
+  BandSource* stage = &image;
+  const Size size = targetSize(image.width(), image.height(), options.longEdge);
+  std::unique_ptr<LanczosResizeSource> resized;
+  if (size.width != image.width() || size.height != image.height()) {
+    resized = std::make_unique<LanczosResizeSource>(*stage, int(size.width), int(size.height));
+    stage = resized.get();
+  }
+  std::unique_ptr<UnsharpMaskSource> sharpened;
+  if (auto usm = unsharpParams(options.outputSharpening)) {
+    sharpened = std::make_unique<UnsharpMaskSource>(*stage, usm->radius, usm->intensity);
+    stage = sharpened.get();
+  }
+
+  // 5-6. Output space, bit depth, limits.
+  const int width = stage->width(), height = stage->height();
+  const uint64_t bytesPerPixel = options.format == ExportFormat::jpeg ? 4 : 8;
+  if (width > kMaxSide || height > kMaxSide)
+    throw ExportError(ExportError::kRenderFailed, "side above 1,000,000 pixels");
+  const uint64_t rowBytes = uint64_t(width) * bytesPerPixel;
+  if (rowBytes / bytesPerPixel != uint64_t(width) || rowBytes * uint64_t(height) / uint64_t(height) != rowBytes ||
+      rowBytes * uint64_t(height) > memoryBudget())
+    throw ExportError(ExportError::kRenderFailed, "bitmap above the memory budget");
+  const OutputColorSpace space = outputSpace(options.colorSpace);
+  const OutputEncoding& encoding = OutputEncoding::get(space);
+  const OutputChannels channels =
+      options.format != ExportFormat::jpeg && !stage->opaque() ? OutputChannels::rgba : OutputChannels::rgb;
+
+  // 7. Metadata.
+  std::optional<ExportMetadata> metadata;
+  if (options.includeMetadata && options.metadataSourceURL)
+    metadata = ExportMetadata::fromSource(*options.metadataSourceURL, options.includeLocation, options.longEdge);
+
+  // 8-9. Encode into the temporary file.
+  ExportTempFile temp(destination, extensionFor(destination, options.format));
+  EncodeSpec spec;
+  spec.width = width;
+  spec.height = height;
+  spec.channels = channels;
+  spec.quality = options.quality;
+  spec.compression = options.tiffCompression;
+  spec.iccProfile = outputIccProfile(space);
+  if (metadata && !metadata->empty()) {
+    spec.metadata = &*metadata;
+    spec.dpiX = metadata->dpiX();
+    spec.dpiY = metadata->dpiY();
+  }
+  std::unique_ptr<ImageEncoder> encoder = makeEncoder(options.format, temp.path(), spec);
+  const SampleLayout layout = encoder->sampleLayout();
+  const size_t samples = size_t(width) * (channels == OutputChannels::rgba ? 4 : 3);
+  const size_t sampleBytes = layout == SampleLayout::u8 ? 1 : 2;
+  const size_t stride = (samples * sampleBytes + 63) / 64 * 64;
+  const int rowsPerBand = bandRows(width);
+  std::vector<uint8_t> rows;
+  try {
+    rows.resize(stride * size_t(std::min(rowsPerBand, height)));
+  } catch (const std::bad_alloc&) {
+    throw ExportError(ExportError::kRenderFailed, "out of memory");
+  }
+
+  for (int y0 = 0; y0 < height; y0 += rowsPerBand) {
+    const int n = std::min(rowsPerBand, height - y0);
+    Image band;
+    try {
+      band = stage->renderBand(Rect{0, y0, width, n});
+    } catch (const std::bad_alloc&) {
+      throw ExportError(ExportError::kRenderFailed, "out of memory");
+    }
+    tbb::parallel_for(tbb::blocked_range<int>(0, n, 4), [&](const tbb::blocked_range<int>& r) {
+      for (int i = r.begin(); i != r.end(); ++i) {
+        uint8_t* dst = rows.data() + size_t(i) * stride;
+        const float* src = band.row(y0 + i);
+        if (layout == SampleLayout::u8)
+          encodeRow8(encoding, src, width, channels, 0, y0 + i, true, dst);
+        else
+          encodeRow16(encoding, src, width, channels, layout == SampleLayout::u10 ? 1023 : 65535,
+                      reinterpret_cast<uint16_t*>(dst));
+      }
+    });
+    encoder->writeRows(rows.data(), stride, n);
+  }
+  encoder->finish();
+  encoder.reset();
+
+  // 10-12. Cancellation, replacement; the folder goes with `temp`.
+  if (isCancelled && isCancelled()) return Result::cancelled;
+  temp.commit();
+  return Result::written;
+}
+
+}  // namespace vg
