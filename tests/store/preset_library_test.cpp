@@ -67,6 +67,7 @@ TEST(PresetLibrary, BadFilesAndHostileIdsAreIgnored) {
 
 LutLibrary::Validator fakeValidator() {
   return [](const std::filesystem::path& p) -> std::optional<std::string> {
+    if (!std::filesystem::exists(p)) return "LUT 文件格式错误：无法读取文件";
     if (test::readFile(p).rfind("LUT_3D_SIZE", 0) == 0) return std::nullopt;
     return "LUT 文件格式错误：缺少有效的 LUT_3D_SIZE";
   };
