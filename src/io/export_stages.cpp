@@ -1,10 +1,11 @@
 #include "io/export_stages.h"
 
-#include <tbb/parallel_for.h>
-
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+
+#include "render/gaussian_blur.h"
+#include "render/parallel.h"
 
 namespace vg {
 namespace {
@@ -19,8 +20,8 @@ double lanczos3(double x) {
 
 template <typename Fn>
 void forRows(int begin, int end, Fn&& fn) {
-  tbb::parallel_for(tbb::blocked_range<int>(begin, end, 8), [&](const tbb::blocked_range<int>& r) {
-    for (int i = r.begin(); i != r.end(); ++i) fn(i);
+  parallelRows(Rect{0, begin, 1, end - begin}, 8, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) fn(y);
   });
 }
 
@@ -119,49 +120,22 @@ Image LanczosResizeSource::renderBand(const Rect& rect) {
 }
 
 UnsharpMaskSource::UnsharpMaskSource(BandSource& input, double radius, double intensity)
-    : input_(input), intensity_(float(intensity)) {
-  const double sigma = std::max(radius, 1e-3);
-  reach_ = std::max(1, int(std::ceil(3.0 * sigma)));
-  kernel_.resize(size_t(2 * reach_ + 1));
-  double sum = 0;
-  for (int i = -reach_; i <= reach_; ++i) sum += kernel_[size_t(i + reach_)] = float(std::exp(-0.5 * i * i / (sigma * sigma)));
-  for (float& w : kernel_) w = float(w / sum);
+    : input_(input), sigma_(float(radius)), intensity_(float(intensity)) {
+  // The blur reads ceil(3 sigma) pixels either side (gaussian_blur.h).
+  reach_ = std::max(1, int(std::ceil(3.0 * radius)));
 }
 
 Image UnsharpMaskSource::renderBand(const Rect& rect) {
-  Image out(rect);
-  if (rect.empty()) return out;
-  const int w = input_.width(), h = input_.height();
-  const int top = std::max(0, rect.y - reach_), bottom = std::min(h, rect.bottom() + reach_);
-  const int left = std::max(0, rect.x - reach_), right = std::min(w, rect.right() + reach_);
-  Image in = input_.renderBand(Rect{left, top, right - left, bottom - top});
-
-  // Horizontal blur of every fetched row over the band's columns.
-  Image across(Rect{rect.x, top, rect.width, bottom - top});
-  forRows(top, bottom, [&](int y) {
-    const float* src = in.row(y);
-    float* dst = across.row(y);
-    for (int x = rect.x; x < rect.right(); ++x, dst += 4) {
-      float acc[4] = {0, 0, 0, 0};
-      for (int k = -reach_; k <= reach_; ++k) {
-        const float* p = src + size_t(std::clamp(x + k, 0, w - 1) - left) * 4;
-        const float wt = kernel_[size_t(k + reach_)];
-        for (int c = 0; c < 4; ++c) acc[c] += wt * p[c];
-      }
-      for (int c = 0; c < 4; ++c) dst[c] = acc[c];
-    }
-  });
-
-  // Vertical blur, then c + (c - blur) * intensity.
+  if (rect.empty()) return Image(rect);
+  // The band plus the blur's reach, cut to the image: where the cut falls on
+  // the image's edge, the blur's own edge clamping repeats the edge pixel, as
+  // it would on the whole image.
+  const Rect fetch = rect.grown(reach_).intersected(Rect{0, 0, input_.width(), input_.height()});
+  Image in = input_.renderBand(fetch);
+  Image out = gaussianBlur(in, sigma_, rect);
   forRows(rect.y, rect.bottom(), [&](int y) {
-    float* dst = out.row(y);
-    const size_t floats = size_t(rect.width) * 4;
-    for (int k = -reach_; k <= reach_; ++k) {
-      const float* src = across.row(std::clamp(y + k, 0, h - 1));
-      const float wt = kernel_[size_t(k + reach_)];
-      for (size_t i = 0; i < floats; ++i) dst[i] += wt * src[i];
-    }
     const float* c = in.at(rect.x, y);
+    float* dst = out.row(y);
     for (int x = 0; x < rect.width; ++x, c += 4, dst += 4) {
       for (int ch = 0; ch < 3; ++ch) dst[ch] = c[ch] + (c[ch] - dst[ch]) * intensity_;
       dst[3] = c[3];

@@ -11,8 +11,9 @@
 //   overshoot 0...1 slightly at hard edges (the output conversion clips).
 //
 // UnsharpMaskSource: c + (c - gauss(c, sigma = radius)) x intensity on the
-//   colour channels, alpha passed through. Gaussian taps out to ceil(3 sigma),
-//   edges clamped (the edge pixel repeats), normalised to sum 1.
+//   colour channels, alpha passed through; the blur is the engine's clamped-
+//   edge Gaussian (gaussian_blur.h), so a band equals the same rows of a
+//   whole-image unsharp mask.
 //
 // Both render a band by asking their input for the band plus the rows their
 // kernel reaches, and split the work over rows with the shared thread pool.
@@ -58,9 +59,9 @@ class UnsharpMaskSource final : public BandSource {
 
  private:
   BandSource& input_;
+  float sigma_;
   float intensity_;
   int reach_;
-  std::vector<float> kernel_;  // 2 reach + 1 weights
 };
 
 }  // namespace vg

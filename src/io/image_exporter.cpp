@@ -1,11 +1,11 @@
 #include "io/image_exporter.h"
 
 #include <sys/stat.h>
-#include <tbb/parallel_for.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -16,6 +16,7 @@
 #include "io/image_encoder.h"
 #include "model/log.h"
 #include "render/color_profiles.h"
+#include "render/parallel.h"
 
 namespace vg {
 namespace {
@@ -114,7 +115,7 @@ ImageExporter::Result ImageExporter::exportImage(BandSource& image, const std::f
       rowBytes * uint64_t(height) > memoryBudget())
     throw ExportError(ExportError::kRenderFailed, "bitmap above the memory budget");
   const OutputColorSpace space = outputSpace(options.colorSpace);
-  const OutputEncoding& encoding = OutputEncoding::get(space);
+  const OutputEncoding& outputEncoding = OutputEncoding::get(space);
   const OutputChannels channels =
       options.format != ExportFormat::jpeg && !stage->opaque() ? OutputChannels::rgba : OutputChannels::rgb;
 
@@ -143,34 +144,45 @@ ImageExporter::Result ImageExporter::exportImage(BandSource& image, const std::f
   const size_t sampleBytes = layout == SampleLayout::u8 ? 1 : 2;
   const size_t stride = (samples * sampleBytes + 63) / 64 * 64;
   const int rowsPerBand = bandRows(width);
-  std::vector<uint8_t> rows;
+
+  // Two row buffers: band k is rendered and converted into one while the
+  // encoder, on its own thread, writes band k - 1 from the other. Declared
+  // before `encoding` so that an unwinding exception waits for the encoder
+  // before the buffers go.
+  std::vector<uint8_t> rows[2];
   try {
-    rows.resize(stride * size_t(std::min(rowsPerBand, height)));
+    rows[0].resize(stride * size_t(std::min(rowsPerBand, height)));
+    rows[1].resize(rows[0].size());
   } catch (const std::bad_alloc&) {
     throw ExportError(ExportError::kRenderFailed, "out of memory");
   }
-
-  for (int y0 = 0; y0 < height; y0 += rowsPerBand) {
+  std::future<void> encoding;
+  int band = 0;
+  for (int y0 = 0; y0 < height; y0 += rowsPerBand, ++band) {
     const int n = std::min(rowsPerBand, height - y0);
-    Image band;
-    try {
-      band = stage->renderBand(Rect{0, y0, width, n});
-    } catch (const std::bad_alloc&) {
-      throw ExportError(ExportError::kRenderFailed, "out of memory");
-    }
-    tbb::parallel_for(tbb::blocked_range<int>(0, n, 4), [&](const tbb::blocked_range<int>& r) {
-      for (int i = r.begin(); i != r.end(); ++i) {
-        uint8_t* dst = rows.data() + size_t(i) * stride;
-        const float* src = band.row(y0 + i);
-        if (layout == SampleLayout::u8)
-          encodeRow8(encoding, src, width, channels, 0, y0 + i, true, dst);
-        else
-          encodeRow16(encoding, src, width, channels, layout == SampleLayout::u10 ? 1023 : 65535,
-                      reinterpret_cast<uint16_t*>(dst));
+    uint8_t* buffer = rows[band % 2].data();
+    {
+      Image pixels;
+      try {
+        pixels = stage->renderBand(Rect{0, y0, width, n});
+      } catch (const std::bad_alloc&) {
+        throw ExportError(ExportError::kRenderFailed, "out of memory");
       }
-    });
-    encoder->writeRows(rows.data(), stride, n);
+      parallelRows(Rect{0, y0, width, n}, 4, [&](int r0, int r1) {
+        for (int y = r0; y < r1; ++y) {
+          uint8_t* dst = buffer + size_t(y - y0) * stride;
+          if (layout == SampleLayout::u8)
+            encodeRow8(outputEncoding, pixels.row(y), width, channels, 0, y, true, dst);
+          else
+            encodeRow16(outputEncoding, pixels.row(y), width, channels, layout == SampleLayout::u10 ? 1023 : 65535,
+                        reinterpret_cast<uint16_t*>(dst));
+        }
+      });
+    }
+    if (encoding.valid()) encoding.get();  // rethrows the encoder's failure
+    encoding = std::async(std::launch::async, [&encoder, buffer, stride, n] { encoder->writeRows(buffer, stride, n); });
   }
+  if (encoding.valid()) encoding.get();
   encoder->finish();
   encoder.reset();
 

@@ -1,0 +1,116 @@
+// Export benchmarks.
+// - ExportJpeg24MP: a 6000 x 4000 image already rendered in memory, written
+//   as JPEG quality 0.9 (sRGB conversion, dither, encoding, metadata-free
+//   file, fsync and rename): the exporter's own share of an export.
+// - ExportTiff16_24MP / ExportHeic24MP: the same image as 16-bit LZW TIFF and
+//   as HEIC, for reference.
+// - ExportJpeg100MP: a 12,240 x 8,160 image produced band by band on demand
+//   (a synthetic band source, no whole-image buffer), with a long edge of
+//   6000 and screen sharpening; reports the process's peak memory.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "io/image_exporter.h"
+
+namespace {
+
+using vg::Image;
+using vg::ImageExporter;
+
+void paint(Image& img, int width, int height) {
+  const vg::Rect& b = img.bounds();
+  for (int y = b.y; y < b.bottom(); ++y) {
+    float* p = img.row(y);
+    float shade = 0.5f + 0.3f * std::sin(y * 0.0021f);
+    for (int x = b.x; x < b.right(); ++x, p += 4) {
+      p[0] = shade * float(x) / float(width);
+      p[1] = 0.35f + 0.2f * std::sin((x + y) * 0.01f);
+      p[2] = float(y) / float(height) * 0.8f;
+      p[3] = 1.0f;
+    }
+  }
+}
+
+const Image& image24mp() {
+  static const Image img = [] {
+    Image i(6000, 4000);
+    paint(i, 6000, 4000);
+    return i;
+  }();
+  return img;
+}
+
+double peakRssMiB() {
+  rusage u{};
+  getrusage(RUSAGE_SELF, &u);
+  return double(u.ru_maxrss) / 1024.0;
+}
+
+std::filesystem::path benchOut(const char* name) {
+  return std::filesystem::temp_directory_path() / name;
+}
+
+void runExport(benchmark::State& state, ImageExporter::Options o, const char* name) {
+  const Image& img = image24mp();
+  auto path = benchOut(name);
+  for (auto _ : state) ImageExporter::exportImage(img, path, o);
+  state.counters["MiB"] = double(std::filesystem::file_size(path)) / (1 << 20);
+  state.counters["peakRSS_MiB"] = peakRssMiB();
+  std::filesystem::remove(path);
+}
+
+void ExportJpeg24MP(benchmark::State& state) {
+  ImageExporter::Options o;
+  o.includeMetadata = false;
+  runExport(state, o, "vg-bench-export.jpg");
+}
+BENCHMARK(ExportJpeg24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+
+void ExportTiff16_24MP(benchmark::State& state) {
+  ImageExporter::Options o;
+  o.format = vg::ExportFormat::tiff;
+  o.tiffCompression = vg::TIFFCompression::lzw;
+  runExport(state, o, "vg-bench-export.tif");
+}
+BENCHMARK(ExportTiff16_24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+void ExportHeic24MP(benchmark::State& state) {
+  ImageExporter::Options o;
+  o.format = vg::ExportFormat::heic;
+  runExport(state, o, "vg-bench-export.heic");
+}
+BENCHMARK(ExportHeic24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+class SyntheticBands final : public vg::BandSource {
+ public:
+  SyntheticBands(int w, int h) : w_(w), h_(h) {}
+  int width() const override { return w_; }
+  int height() const override { return h_; }
+  bool opaque() const override { return true; }
+  Image renderBand(const vg::Rect& rect) override {
+    Image band(rect);
+    paint(band, w_, h_);
+    return band;
+  }
+
+ private:
+  int w_, h_;
+};
+
+void ExportJpeg100MP(benchmark::State& state) {
+  SyntheticBands source(12240, 8160);
+  ImageExporter::Options o;
+  o.includeMetadata = false;
+  o.longEdge = 6000;
+  o.outputSharpening = vg::OutputSharpening::screen;
+  auto path = benchOut("vg-bench-export-100mp.jpg");
+  for (auto _ : state) ImageExporter::exportImage(source, path, o);
+  state.counters["peakRSS_MiB"] = peakRssMiB();
+  std::filesystem::remove(path);
+}
+BENCHMARK(ExportJpeg100MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+}  // namespace
