@@ -1,7 +1,6 @@
 #include "render/geometry.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
+#include "render/parallel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -216,59 +215,60 @@ Rect Geometry::inputRectFor(const Rect& region) const {
 }
 
 void Geometry::render(const Image& source, Image& out) const {
+  parallelRows(out.bounds(), 8, [&](int y0, int y1) { renderRows(source, out, y0, y1); });
+}
+
+void Geometry::renderRows(const Image& source, Image& out, int y0, int y1) const {
   const Rect region = out.bounds();
   if (region.empty()) return;
   const Rect E = source.bounds();
   const bool exact = isPixelPermutation();
-
-  tbb::parallel_for(tbb::blocked_range<int>(region.y, region.bottom(), 8), [&](const tbb::blocked_range<int>& rows) {
-    for (int y = rows.begin(); y < rows.end(); ++y) {
-      float* dst = out.row(y);
-      if (exact) {
-        // Whole-pixel permutation: map the first pixel centre and step.
-        PointF a = toSource({region.x + 0.5, y + 0.5});
-        PointF b = toSource({region.x + 1.5, y + 0.5});
-        int sx = int(std::floor(a.x)), sy = int(std::floor(a.y));
-        int dx = int(std::lround(b.x - a.x)), dy = int(std::lround(b.y - a.y));
-        for (int i = 0; i < region.width; ++i, sx += dx, sy += dy) {
-          float* d = dst + size_t(i) * 4;
-          if (E.contains(sx, sy)) {
-            const float* s = source.at(sx, sy);
-            d[0] = s[0]; d[1] = s[1]; d[2] = s[2]; d[3] = s[3];
-          } else {
-            d[0] = d[1] = d[2] = d[3] = 0.0f;
-          }
+  for (int y = y0; y < y1; ++y) {
+    float* dst = out.row(y);
+    if (exact) {
+      // Whole-pixel permutation: map the first pixel centre and step.
+      PointF a = toSource({region.x + 0.5, y + 0.5});
+      PointF b = toSource({region.x + 1.5, y + 0.5});
+      int sx = int(std::floor(a.x)), sy = int(std::floor(a.y));
+      int dx = int(std::lround(b.x - a.x)), dy = int(std::lround(b.y - a.y));
+      for (int i = 0; i < region.width; ++i, sx += dx, sy += dy) {
+        float* d = dst + size_t(i) * 4;
+        if (E.contains(sx, sy)) {
+          const float* s = source.at(sx, sy);
+          d[0] = s[0]; d[1] = s[1]; d[2] = s[2]; d[3] = s[3];
+        } else {
+          d[0] = d[1] = d[2] = d[3] = 0.0f;
         }
+      }
+      continue;
+    }
+    for (int i = 0; i < region.width; ++i) {
+      float* d = dst + size_t(i) * 4;
+      PointF s = toSource({region.x + i + 0.5, y + 0.5});
+      if (!(s.x >= E.x && s.x <= E.right() && s.y >= E.y && s.y <= E.bottom())) {
+        d[0] = d[1] = d[2] = d[3] = 0.0f;
         continue;
       }
-      for (int i = 0; i < region.width; ++i) {
-        float* d = dst + size_t(i) * 4;
-        PointF s = toSource({region.x + i + 0.5, y + 0.5});
-        if (!(s.x >= E.x && s.x <= E.right() && s.y >= E.y && s.y <= E.bottom())) {
-          d[0] = d[1] = d[2] = d[3] = 0.0f;
-          continue;
+      double fx = s.x - 0.5, fy = s.y - 0.5;
+      int ix = int(std::floor(fx)), iy = int(std::floor(fy));
+      float wx[4], wy[4];
+      cubicWeights(float(fx - ix), wx);
+      cubicWeights(float(fy - iy), wy);
+      float acc[4] = {0, 0, 0, 0};
+      for (int m = 0; m < 4; ++m) {
+        int ry = std::clamp(iy - 1 + m, E.y, E.bottom() - 1);
+        const float* srow = source.row(ry);
+        float rowAcc[4] = {0, 0, 0, 0};
+        for (int n = 0; n < 4; ++n) {
+          int rx = std::clamp(ix - 1 + n, E.x, E.right() - 1);
+          const float* p = srow + size_t(rx - E.x) * 4;
+          for (int c = 0; c < 4; ++c) rowAcc[c] += wx[n] * p[c];
         }
-        double fx = s.x - 0.5, fy = s.y - 0.5;
-        int ix = int(std::floor(fx)), iy = int(std::floor(fy));
-        float wx[4], wy[4];
-        cubicWeights(float(fx - ix), wx);
-        cubicWeights(float(fy - iy), wy);
-        float acc[4] = {0, 0, 0, 0};
-        for (int m = 0; m < 4; ++m) {
-          int ry = std::clamp(iy - 1 + m, E.y, E.bottom() - 1);
-          const float* srow = source.row(ry);
-          float rowAcc[4] = {0, 0, 0, 0};
-          for (int n = 0; n < 4; ++n) {
-            int rx = std::clamp(ix - 1 + n, E.x, E.right() - 1);
-            const float* p = srow + size_t(rx - E.x) * 4;
-            for (int c = 0; c < 4; ++c) rowAcc[c] += wx[n] * p[c];
-          }
-          for (int c = 0; c < 4; ++c) acc[c] += wy[m] * rowAcc[c];
-        }
-        for (int c = 0; c < 4; ++c) d[c] = acc[c];
+        for (int c = 0; c < 4; ++c) acc[c] += wy[m] * rowAcc[c];
       }
+      for (int c = 0; c < 4; ++c) d[c] = acc[c];
     }
-  });
+  }
 }
 
 }  // namespace vg

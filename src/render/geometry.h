@@ -110,6 +110,8 @@ class Geometry {
   // `source` (whose bounds must be the source extent). Parallel over rows;
   // the result does not depend on the thread count.
   void render(const Image& source, Image& out) const;
+  // The same for rows [y0, y1) of `out` only (for callers that fuse stages).
+  void renderRows(const Image& source, Image& out, int y0, int y1) const;
 
  private:
   PointF distort(PointF p) const;     // kernel mapping: distortion output -> source
