@@ -5,6 +5,7 @@
 #   make test       build and run every test through CTest
 #   make bench      build and run the benchmarks
 #   make test-asan  the tests again under AddressSanitizer + UndefinedBehaviorSanitizer
+#   make test-tsan  the tests again under ThreadSanitizer (TSAN_TARGETS limits what is built)
 #   make fuzz       build the libFuzzer targets (clang) into build-fuzz/bin
 #   make fuzz-run FUZZ=name SECONDS=300   run one of them over its corpus
 
@@ -15,7 +16,7 @@ LAUNCHER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPIL
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := true
 
-.PHONY: deps configure build run test bench test-asan fuzz fuzz-run clean
+.PHONY: deps configure build run test bench test-asan test-tsan fuzz fuzz-run clean
 
 deps:
 	@./scripts/install-deps.sh
@@ -45,6 +46,18 @@ test-asan: deps build-asan/build.ninja
 	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS) --timeout 1200 $(CTEST_ARGS)
 
+TSAN_FLAGS := -fsanitize=thread -fno-omit-frame-pointer
+build-tsan/build.ninja: | deps
+	cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVG_BENCH=OFF \
+	  -DCMAKE_CXX_FLAGS="$(TSAN_FLAGS)" -DCMAKE_C_FLAGS="$(TSAN_FLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" $(LAUNCHER)
+
+# e.g. make test-tsan TSAN_TARGETS=vg_store_tests CTEST_ARGS="-L store"
+test-tsan: deps build-tsan/build.ninja
+	cmake --build build-tsan -j $(JOBS) $(if $(TSAN_TARGETS),--target $(TSAN_TARGETS),)
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	  ctest --output-on-failure -j $(JOBS) --timeout 1200 $(CTEST_ARGS)
+
 build-fuzz/build.ninja: | deps
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DVG_FUZZ=ON -DVG_TESTS=OFF -DVG_BENCH=OFF $(LAUNCHER)
@@ -60,4 +73,4 @@ fuzz-run: fuzz
 	  -artifact_prefix=build-fuzz/ build-fuzz/corpus/$(FUZZ) fuzz/corpus/$(FUZZ)
 
 clean:
-	rm -rf build build-asan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz

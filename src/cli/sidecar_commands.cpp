@@ -14,9 +14,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// An empty argument names no file; everything else is a location, existing or not.
+bool rejectEmptyImage(const fs::path& image, Io& io, std::string_view command) {
+  if (!image.empty()) return false;
+  io.err << "verdantglass-cli: IMAGE must not be empty\nTry 'verdantglass-cli " << command
+         << " --help'.\n";
+  return true;
+}
+
 int runSidecarPath(const ParsedArgs& args, Io& io) {
   EditStore& store = EditStore::shared();
   const fs::path image = args.positionals.at(0);
+  if (rejectEmptyImage(image, io, "sidecar path")) return kExitUsage;
   if (!args.has("all")) {
     io.out << store.sidecarPath(image).string() << "\n";
     return kExitOk;
@@ -35,6 +44,7 @@ int runSidecarPath(const ParsedArgs& args, Io& io) {
 
 int runSidecarShow(const ParsedArgs& args, Io& io) {
   const fs::path image = args.positionals.at(0);
+  if (rejectEmptyImage(image, io, "sidecar show")) return kExitUsage;
   std::optional<EditDocument> doc = EditStore::shared().load(image);
   if (!doc) {
     io.err << "verdantglass-cli: no saved edits for " << image.string() << "\n";

@@ -84,6 +84,8 @@ TEST(SidecarCommands, ShowPrintsTheSavedRecipeOrFails) {
   EXPECT_EQ(loadSavedRecipe(image), doc);
 
   EXPECT_EQ(run({"sidecar", "show"}).code, kExitUsage);
+  EXPECT_EQ(run({"sidecar", "show", ""}).code, kExitUsage);
+  EXPECT_EQ(run({"sidecar", "path", ""}).code, kExitUsage);
 }
 
 }  // namespace

@@ -78,16 +78,6 @@ TEST(SidecarNames, DotDotIsRemovedBeforeLinksAreResolved) {
             sidecarNames(dir / "photo.jpg").current);
 }
 
-TEST(SidecarNames, HaveTheStoreNameShape) {
-  const SidecarNames names = sidecarNames("/tmp/some/where/photo.jpg");
-  EXPECT_TRUE(isSidecarFileName(names.current)) << names.current;
-  EXPECT_TRUE(isSidecarFileName(names.older));
-  EXPECT_TRUE(isSidecarFileName(names.oldest));
-  EXPECT_EQ(names.current.size(), std::string("edit-.json").size() + 32);
-  EXPECT_EQ(names.oldest.size(), std::string("edit-.json").size() + 16);
-  EXPECT_EQ(names.oldest.substr(0, 21), names.current.substr(0, 21));
-}
-
 TEST(SidecarFileName, AcceptsOnlyTheStorePattern) {
   EXPECT_TRUE(isSidecarFileName("edit-0123456789abcdef.json"));
   EXPECT_TRUE(isSidecarFileName("edit-0123456789abcdef0123456789abcdef.json"));
@@ -98,12 +88,6 @@ TEST(SidecarFileName, AcceptsOnlyTheStorePattern) {
         ".edit-0123456789abcdef.json.tmp-abcdef"}) {
     EXPECT_FALSE(isSidecarFileName(bad)) << bad;
   }
-}
-
-TEST(CorruptCopyName, KeepsTheStemAndAddsTheSeconds) {
-  EXPECT_EQ(corruptCopyName("edit-0123456789abcdef.json", 1700000000),
-            "edit-0123456789abcdef.corrupt-1700000000.json");
-  EXPECT_FALSE(isSidecarFileName(corruptCopyName("edit-0123456789abcdef.json", 0)));
 }
 
 }  // namespace
