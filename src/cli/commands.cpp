@@ -12,6 +12,8 @@ const std::vector<Command>& allCommands() {
     std::vector<Command> list;
     (void)append;
     append(list, sidecarCommands());
+    append(list, lutCommands());
+    append(list, curveCommands());
     return list;
   }();
   return all;

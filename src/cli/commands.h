@@ -9,5 +9,7 @@
 namespace vg::cli {
 
 std::vector<Command> sidecarCommands();
+std::vector<Command> lutCommands();
+std::vector<Command> curveCommands();
 
 }  // namespace vg::cli
