@@ -12,7 +12,8 @@
 //   most kMaxFailedKeys are remembered, oldest dropped first.
 // - healPrefix: the 8-bit bitmap of the last healed result with the strokes
 //   baked into it. A request with the same source, geometry and rectangle
-//   whose strokes start with those strokes continues from it.
+//   whose strokes start with those strokes continues from it. It is one
+//   frame at a quarter of the float frame's size, held beside the budget.
 //
 // The key's geometry is the crop and the lens correction as they reach the
 // geometry step (GeometryParams: distortion, flips, turns, straightening,
