@@ -6,7 +6,7 @@
 namespace vg {
 
 bool HealPrefixEntry::extendsTo(const HealCacheKey& key) const {
-  return image && source == key.source && geometry == key.geometry && rect == key.rect &&
+  return image && source == key.source && fingerprint == key.fingerprint && geometry == key.geometry && rect == key.rect &&
          applied.size() <= key.heals.size() && std::equal(applied.begin(), applied.end(), key.heals.begin());
 }
 
@@ -41,7 +41,7 @@ std::optional<HealPrefixEntry> HealCache::prefixFor(const HealCacheKey& key) con
 void HealCache::insert(const HealCacheKey& key, std::shared_ptr<const Image> image,
                        std::shared_ptr<const Healer::Bitmap> bitmap) {
   std::lock_guard<std::mutex> guard(lock_);
-  if (bitmap) healPrefix_ = HealPrefixEntry{key.source, key.geometry, key.rect, key.heals, std::move(bitmap)};
+  if (bitmap) healPrefix_ = HealPrefixEntry{key.source, key.fingerprint, key.geometry, key.rect, key.heals, std::move(bitmap)};
   if (!image) return;
   for (auto it = healCache_.begin(); it != healCache_.end(); ++it) {
     if (it->key == key) {

@@ -20,7 +20,11 @@
 // crop, aspect lock); the lens vignette, applied after healing, is left out
 // so that moving its slider does not heal again. `source` identifies the
 // working source image: the caller gives every distinct source (the full
-// image, each preview scale, each re-development) its own number.
+// image, each preview scale, each re-development) its own number. Beside it
+// the key holds a fingerprint of the source pixels (heal_stage.h), so that two
+// different pictures rendered under the same number (a caller that leaves it
+// 0, a batch of equally sized images with the same dust-spot strokes) never
+// share a heal result.
 //
 // Every member function takes the lock handed to the constructor (the render
 // engine's one cache lock), so the cache is safe to share between renders.
@@ -47,6 +51,7 @@ using HealSourceId = uint64_t;
 
 struct HealCacheKey {
   HealSourceId source = 0;
+  uint64_t fingerprint = 0;  // of the source pixels
   std::vector<HealStroke> heals;  // as in the recipe: normalised to the upright source
   GeometryParams geometry;  // crop and lens, as far as they shape the frame
   Rect rect;                // the output rectangle that was healed
@@ -55,6 +60,7 @@ struct HealCacheKey {
 
 struct HealPrefixEntry {
   HealSourceId source = 0;
+  uint64_t fingerprint = 0;
   GeometryParams geometry;
   Rect rect;
   std::vector<HealStroke> applied;         // strokes baked into image

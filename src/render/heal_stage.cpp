@@ -1,7 +1,9 @@
 // The heal stage. See heal_stage.h.
 #include "render/heal_stage.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -20,7 +22,36 @@ Rect dabBox(const Healer::Dab& dab) {
   return {x0, y0, x1 - x0, y1 - y0};
 }
 
+uint64_t mix(uint64_t h, uint64_t v) {
+  // splitmix64 finaliser over the running value
+  h ^= v + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
+  h ^= h >> 30;
+  h *= 0xbf58476d1ce4e5b9ULL;
+  h ^= h >> 27;
+  h *= 0x94d049bb133111ebULL;
+  h ^= h >> 31;
+  return h;
+}
+
 }  // namespace
+
+uint64_t sourceFingerprint(const Image& source) {
+  const Rect& b = source.bounds();
+  uint64_t h = mix(mix(mix(mix(0, uint64_t(uint32_t(b.x))), uint64_t(uint32_t(b.y))), uint64_t(uint32_t(b.width))),
+                   uint64_t(uint32_t(b.height)));
+  if (b.empty()) return h;
+  const int cols = std::min(b.width, 128), rows = std::min(b.height, 128);
+  for (int j = 0; j < rows; ++j) {
+    const int y = b.y + int(int64_t(j) * b.height / rows);
+    for (int i = 0; i < cols; ++i) {
+      const int x = b.x + int(int64_t(i) * b.width / cols);
+      uint64_t bits[2];
+      std::memcpy(bits, source.at(x, y), sizeof bits);
+      h = mix(mix(h, bits[0]), bits[1]);
+    }
+  }
+  return h;
+}
 
 std::vector<Healer::Stroke> healStrokesInFrame(std::span<const HealStroke> heals, const Geometry& geometry) {
   std::vector<Healer::Stroke> out;
@@ -44,8 +75,9 @@ std::vector<Healer::Stroke> healStrokesInFrame(std::span<const HealStroke> heals
 std::shared_ptr<const Image> runHealStage(HealCache& cache, const HealStageRequest& request) {
   if (!request.source) throw std::invalid_argument("runHealStage: no source image");
   const Geometry geometry(request.source->bounds(), request.geometry, request.integral);
-  HealCacheKey key{request.sourceId, std::vector<HealStroke>(request.heals.begin(), request.heals.end()),
-                   request.geometry, geometry.outputRect()};
+  HealCacheKey key{request.sourceId, sourceFingerprint(*request.source),
+                   std::vector<HealStroke>(request.heals.begin(), request.heals.end()), request.geometry,
+                   geometry.outputRect()};
   if (std::shared_ptr<const Image> cached = cache.find(key)) return cached;
 
   Image frame(geometry.outputRect());

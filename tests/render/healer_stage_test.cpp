@@ -144,6 +144,19 @@ TEST(HealStage, HealsTheFrameAndCachesTheResult) {
   EXPECT_NE(second, healed);
   EXPECT_TRUE(samePixels(*second, *healed));
   EXPECT_EQ(cache.entryCount(), 2u);
+
+  // A different picture under the same number is healed on its own.
+  Image another = texturedSource(400, 300);
+  another.at(200, 150)[0] += 0.5f;
+  for (int y = 0; y < 300; y += 7) another.at(3, y)[1] = 0.9f;
+  EXPECT_EQ(sourceFingerprint(source), sourceFingerprint(source.clone()));
+  EXPECT_NE(sourceFingerprint(source), sourceFingerprint(another));
+  std::shared_ptr<const Image> third = runHealStage(cache, {&another, 7, {}, false, heals, nullptr});
+  std::mutex freshLock;
+  HealCache fresh(freshLock);
+  std::shared_ptr<const Image> expected = runHealStage(fresh, {&another, 7, {}, false, heals, nullptr});
+  EXPECT_TRUE(samePixels(*third, *expected));
+  EXPECT_FALSE(samePixels(*third, *healed));
 }
 
 TEST(HealStage, PrefixReuseGivesTheSamePixelsAsAFullRecompute) {
@@ -158,7 +171,7 @@ TEST(HealStage, PrefixReuseGivesTheSamePixelsAsAFullRecompute) {
     std::mutex lockA;
     HealCache incremental(lockA);
     ASSERT_TRUE(runHealStage(incremental, {&source, 1, geometry, false, ten, nullptr}));
-    HealCacheKey key{1, eleven, geometry, Geometry(source.bounds(), geometry).outputRect()};
+    HealCacheKey key{1, sourceFingerprint(source), eleven, geometry, Geometry(source.bounds(), geometry).outputRect()};
     std::optional<HealPrefixEntry> prefix = incremental.prefixFor(key);
     ASSERT_TRUE(prefix);
     EXPECT_EQ(prefix->applied.size(), 10u);
@@ -187,7 +200,7 @@ TEST(HealStage, FailedRequestsAreNotRetriedAndCancelledOnesLeaveNoTrace) {
 
   std::mutex lock;
   HealCache cache(lock);
-  HealCacheKey key{3, heals, {}, plain.outputRect()};
+  HealCacheKey key{3, sourceFingerprint(source), heals, {}, plain.outputRect()};
   cache.markFailed(key);
   auto result = runHealStage(cache, {&source, 3, {}, false, heals, nullptr});
   ASSERT_TRUE(result);
@@ -207,7 +220,7 @@ TEST(HealCache, EvictsOldestFirstWithinTheByteBudget) {
   std::mutex lock;
   const size_t frameBytes = Image(100, 100).byteSize();
   HealCache cache(lock, 3 * frameBytes);
-  auto key = [](HealSourceId id) { return HealCacheKey{id, {}, {}, Rect{0, 0, 100, 100}}; };
+  auto key = [](HealSourceId id) { return HealCacheKey{id, 0, {}, {}, Rect{0, 0, 100, 100}}; };
   for (HealSourceId id = 1; id <= 4; ++id) cache.insert(key(id), std::make_shared<const Image>(100, 100), nullptr);
   EXPECT_EQ(cache.entryCount(), 3u);
   EXPECT_EQ(cache.bytes(), 3 * frameBytes);
