@@ -212,6 +212,18 @@ TEST(ExportMetadata, UnreadableSourceGivesNoMetadataNotAnError) {
   Image img = grey(8, 8);
   EXPECT_EQ(ImageExporter::exportImage(img, dir / "out.jpg", o), ImageExporter::Result::written);
   EXPECT_EQ(test::readJpeg(dir / "out.jpg").width, 8);
+
+  // Hostile Exif (looping IFDs, 0xFFFFFFFF counts): whatever is salvaged,
+  // the export completes and its file reads back.
+  for (const char* name : {"corrupt/infinite_loop_exif.jpg", "corrupt/max_uint32_exif.jpg"}) {
+    o.metadataSourceURL = test::dataPath(name);
+    for (ExportFormat f : {ExportFormat::jpeg, ExportFormat::heic}) {
+      o.format = f;
+      auto path = dir / ("hostile." + std::string(defaultExtension(f)));
+      EXPECT_EQ(ImageExporter::exportImage(img, path, o), ImageExporter::Result::written) << name;
+      EXPECT_EQ(f == ExportFormat::jpeg ? test::readJpeg(path).width : test::readHeic(path).width, 8) << name;
+    }
+  }
 }
 
 }  // namespace
