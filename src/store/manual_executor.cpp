@@ -13,11 +13,8 @@ void ManualExecutor::post(Task task) { postAfter(std::chrono::nanoseconds(0), st
 void ManualExecutor::postAfter(std::chrono::nanoseconds delay, Task task) {
   const auto due =
       clock_.now() + std::chrono::duration_cast<Clock::Duration>(std::max(delay, std::chrono::nanoseconds(0)));
-  {
-    std::lock_guard lock(mutex_);
-    tasks_.emplace(Key{due, nextSequence_++}, std::move(task));
-  }
-  posted_.notify_all();
+  std::lock_guard lock(mutex_);
+  tasks_.emplace(Key{due, nextSequence_++}, std::move(task));
 }
 
 bool ManualExecutor::takeDue(Task& out) {
@@ -37,22 +34,6 @@ size_t ManualExecutor::runReady() {
     ++ran;
   }
   return ran;
-}
-
-size_t ManualExecutor::waitAndRunReady(std::chrono::milliseconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  {
-    std::unique_lock lock(mutex_);
-    while (tasks_.empty() || tasks_.begin()->first.first > clock_.now()) {
-      const auto steadyNow = std::chrono::steady_clock::now();
-      if (steadyNow >= deadline) return 0;
-      // Timers may fall due without any notification, so wake up regularly.
-      const auto slice = std::min<std::chrono::steady_clock::duration>(deadline - steadyNow,
-                                                                       std::chrono::milliseconds(5));
-      posted_.wait_for(lock, slice);
-    }
-  }
-  return runReady();
 }
 
 void ManualExecutor::advance(FakeClock& clock, Clock::Duration d) {

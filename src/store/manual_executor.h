@@ -1,7 +1,6 @@
-// A main-thread executor driven by hand: tasks run only inside runReady(),
-// waitAndRunReady() or advance(), on the thread that calls them. Tests use it
-// with a FakeClock to run timers on fake time; the command-line tool uses it
-// with the SystemClock as a minimal event loop.
+// A main-thread executor driven by hand: tasks run only inside runReady() or
+// advance(), on the thread that calls them. Tests use it with a FakeClock to
+// run timers on fake time.
 //
 // post() and postAfter() are thread-safe (background work posts its results
 // back here); the run functions must be called from one thread only.
@@ -9,7 +8,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -34,10 +32,6 @@ class ManualExecutor final : public MainExecutor {
   // post, until nothing is due. Returns how many ran.
   size_t runReady();
 
-  // Waits, in real time and at most `timeout`, until some task is due, then
-  // runs everything due. Returns how many ran (0 on timeout).
-  size_t waitAndRunReady(std::chrono::milliseconds timeout);
-
   // Fake-time loop: moves `clock` (the clock this executor reads) forward by
   // `d`, stopping at the due time of each timer on the way to run it, so a
   // task sees now() equal to its due time.
@@ -52,7 +46,6 @@ class ManualExecutor final : public MainExecutor {
 
   const Clock& clock_;
   mutable std::mutex mutex_;
-  std::condition_variable posted_;
   std::map<Key, Task> tasks_;
   uint64_t nextSequence_ = 0;
 };

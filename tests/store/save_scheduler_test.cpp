@@ -117,17 +117,23 @@ TEST_F(EditSaveSchedulerTest, FlushMakesAnAutosaveStillQueuedStale) {
 }
 
 TEST_F(EditSaveSchedulerTest, FlushingANoEditDocumentRemovesTheSidecarUnderEveryName) {
+  // Reached through a link, so the three names are all different.
   fs::create_directories(edits);
-  const SidecarNames names = sidecarNames(image);
-  test::writeFile(edits / names.current, encodeEditDocument(numberedDocument(1)));
-  test::writeFile(edits / names.oldest, encodeEditDocument(numberedDocument(0)));
+  fs::create_directory(dir / "real");
+  fs::create_symlink(dir / "real", dir / "link");
+  const fs::path viaLink = dir / "link" / "photo.jpg";
+  EditSaveScheduler linked(viaLink, store, main, background);
+  const SidecarNames names = sidecarNames(viaLink);
+  for (const auto& n : {names.current, names.older, names.oldest}) test::writeFile(edits / n, "{}");
+  test::writeFile(edits / "edit-00000000000000000000000000000000.json", "{}");
 
   EditDocument untouched;
   untouched.filterStrength = 40;  // not looked at by the no-edit test
-  scheduler.schedule(untouched);
-  EXPECT_TRUE(scheduler.flush());
-  EXPECT_TRUE(fs::is_empty(edits));
-  EXPECT_EQ(store.load(image), std::nullopt);
+  linked.schedule(untouched);
+  EXPECT_TRUE(linked.flush());
+  EXPECT_EQ(fs::directory_iterator(edits)->path().filename(),
+            "edit-00000000000000000000000000000000.json");
+  EXPECT_EQ(std::distance(fs::directory_iterator(edits), fs::directory_iterator()), 1);
 }
 
 TEST_F(EditSaveSchedulerTest, FlushWithNothingPendingTouchesNoFile) {
