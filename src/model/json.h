@@ -36,6 +36,15 @@ namespace vg {
 
 // nullopt exactly when the text is not JSON or its top level is not an object.
 std::optional<EditDocument> decodeEditDocument(std::string_view jsonText);
+// The same for text held in a std::string or a C string (these overloads keep
+// a string argument from converting to a JSON string value).
+inline std::optional<EditDocument> decodeEditDocument(const std::string& jsonText) {
+  return decodeEditDocument(std::string_view(jsonText));
+}
+inline std::optional<EditDocument> decodeEditDocument(const char* jsonText) {
+  return decodeEditDocument(std::string_view(jsonText));
+}
+// An already parsed value: nullopt exactly when it is not an object.
 std::optional<EditDocument> decodeEditDocument(const nlohmann::json& value);
 // Compact JSON text (no whitespace), keys in field order.
 std::string encodeEditDocument(const EditDocument& doc);

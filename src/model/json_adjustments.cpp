@@ -1,6 +1,7 @@
 // JSON decoding and encoding of GlobalAdjustments and the records beside it.
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "model/json.h"
 #include "model/json_fields.h"
@@ -133,26 +134,36 @@ std::optional<NormalizedRect> readRect(const Json& v) {
   return NormalizedRect{origin->x, origin->y, size->x, size->y};
 }
 
-// The part of r inside the unit square; nullopt when nothing (or only an
-// edge) is left or r holds a non-finite number. A negative width or height
-// is read as extending the other way from the origin.
-std::optional<NormalizedRect> clipToUnitSquare(NormalizedRect r) {
+// One axis of a rectangle clipped to 0...1: (origin, length), or nullopt when
+// nothing or only an edge is left. A negative length extends the other way
+// from the origin. A span already inside is returned untouched, and a clipped
+// span clips to itself again, so decoding an encoded rectangle is exact.
+std::optional<std::pair<double, double>> clipSpan(double origin, double length) {
+  if (length < 0) {
+    origin += length;
+    length = -length;
+  }
+  const double end = origin + length;
+  if (origin >= 0 && end <= 1) {
+    if (!(length > 0)) return std::nullopt;
+    return std::pair{origin, length};
+  }
+  const double lo = std::max(origin, 0.0), hi = std::min(end, 1.0);
+  if (!(hi > lo)) return std::nullopt;
+  return std::pair{lo, hi - lo};
+}
+
+// The part of r inside the unit square; nullopt when it is empty or r holds a
+// non-finite number.
+std::optional<NormalizedRect> clipToUnitSquare(const NormalizedRect& r) {
   if (!std::isfinite(r.x) || !std::isfinite(r.y) || !std::isfinite(r.width) ||
       !std::isfinite(r.height)) {
     return std::nullopt;
   }
-  if (r.width < 0) {
-    r.x += r.width;
-    r.width = -r.width;
-  }
-  if (r.height < 0) {
-    r.y += r.height;
-    r.height = -r.height;
-  }
-  const double x0 = std::max(r.x, 0.0), y0 = std::max(r.y, 0.0);
-  const double x1 = std::min(r.x + r.width, 1.0), y1 = std::min(r.y + r.height, 1.0);
-  if (!(x1 > x0) || !(y1 > y0)) return std::nullopt;
-  return NormalizedRect{x0, y0, x1 - x0, y1 - y0};
+  const auto h = clipSpan(r.x, r.width);
+  const auto v = clipSpan(r.y, r.height);
+  if (!h || !v) return std::nullopt;
+  return NormalizedRect{h->first, v->first, h->second, v->second};
 }
 
 }  // namespace
