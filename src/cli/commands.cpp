@@ -14,6 +14,7 @@ const std::vector<Command>& allCommands() {
     append(list, sidecarCommands());
     append(list, lutCommands());
     append(list, curveCommands());
+    append(list, recipeCommands());
     return list;
   }();
   return all;

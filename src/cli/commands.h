@@ -11,5 +11,6 @@ namespace vg::cli {
 std::vector<Command> sidecarCommands();
 std::vector<Command> lutCommands();
 std::vector<Command> curveCommands();
+std::vector<Command> recipeCommands();
 
 }  // namespace vg::cli

@@ -13,10 +13,16 @@ namespace {
 // that the spline through the blended samples follows the blended shape.
 constexpr int kCurveGridIntervals = 16;
 
-double lerp(double a, double b, double t) { return a + t * (b - a); }
+// a + t(b - a), except that t = 1 gives exactly b (the formula can miss it by
+// a rounding step, and a filter at full strength must equal the preset).
+double lerp(double a, double b, double t) { return t == 1 ? b : a + t * (b - a); }
 
 // Along the shorter arc of the colour circle: 350 -> 10 passes through 0.
+// The ends are exact: the arithmetic would turn 360 into 0, or a tiny hue
+// into 0 on the way through a + 360.
 double lerpHue(double a, double b, double t) {
+  if (t == 0) return a;
+  if (t == 1) return b;
   return std::fmod(a + t * (std::fmod(b - a + 540, 360) - 180) + 360, 360);
 }
 

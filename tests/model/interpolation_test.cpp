@@ -28,6 +28,20 @@ TEST(Interpolation, EndsAreExactlyTheInputs) {
   EXPECT_EQ(interpolate(b, a, 1), a);
 }
 
+TEST(Interpolation, EndsAreExactEvenWhereTheArithmeticRounds) {
+  GlobalAdjustments a, b;
+  a.contrast = 0.1;
+  b.contrast = 0.3;  // 0.1 + (0.3 - 0.1) is 0.30000000000000004
+  a.hsl.bands[0].hue = 0.1;
+  b.hsl.bands[0].hue = 0.3;
+  a.splitToning.highlightHue = 360;  // the hue formula would give 0 at t = 0
+  b.splitToning.highlightHue = 1e-300;  // and 0 at t = 1
+  a.splitToning.shadowSaturation = 0.1;
+  b.splitToning.shadowSaturation = 0.3;
+  EXPECT_EQ(interpolate(a, b, 0), a);
+  EXPECT_EQ(interpolate(a, b, 1), b);
+}
+
 TEST(Interpolation, ScalarsAreLinearAndUnclamped) {
   const GlobalAdjustments a;
   const GlobalAdjustments b = sample();
