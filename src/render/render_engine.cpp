@@ -1,0 +1,683 @@
+#include "render/render_engine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <system_error>
+
+#include "model/log.h"
+#include "render/builtin_filters.h"
+#include "render/curve_lut.h"
+#include "render/gaussian_blur.h"
+#include "render/heal_stage.h"
+#include "render/kernel_apply.h"
+#include "render/parallel.h"
+
+namespace vg {
+
+// ============================================================ stages
+
+// One step of a compiled chain: either a point stage, run in place on a row
+// of pixels (fused with its neighbours), or a full pass over the region.
+struct RenderEngine::Stage {
+  std::function<void(const kernels::KernelRow&)> point;
+  std::function<void(Image&)> full;
+  int halo = 0;  // how far a full pass reads beyond a pixel
+
+  static Stage pointStage(std::function<void(const kernels::KernelRow&)> fn) { return {std::move(fn), {}, 0}; }
+  static Stage fullStage(std::function<void(Image&)> fn, int halo) { return {{}, std::move(fn), halo}; }
+};
+
+using Stage = RenderEngine::Stage;
+
+namespace {
+
+constexpr int kGrainRows = 4;
+constexpr double kClarityScale = 0.12;
+
+// How far the clamped Gaussian of gaussian_blur.h reads for one output pixel,
+// as far as it matters at float precision: the direct kernel's cut at 3 sigma,
+// the recursive one's tail beyond 5 sigma (below 4e-6 of the mass).
+int blurReach(double sigma) {
+  if (!(sigma > 0)) return 0;
+  return int(std::ceil(sigma < 3 ? 3 * sigma : 5 * sigma)) + 1;
+}
+
+// Runs `stages` over `image` in place. `produce(image, y0, y1)`, when given,
+// first fills rows [y0, y1) (the geometry), fused with the leading point stages.
+void runStages(Image& image, const std::vector<Stage>& stages,
+               const std::function<void(Image&, int, int)>& produce = {}) {
+  const Rect b = image.bounds();
+  if (b.empty()) return;
+  size_t i = 0;
+  bool pending = bool(produce);
+  while (i < stages.size() || pending) {
+    size_t j = i;
+    while (j < stages.size() && stages[j].point) ++j;
+    if (j > i || pending) {
+      const bool fill = pending;
+      parallelRows(b, kGrainRows, [&](int y0, int y1) {
+        if (fill) produce(image, y0, y1);
+        for (int y = y0; y < y1; ++y) {
+          kernels::KernelRow row{image.row(y), nullptr, b.width, b.x, y};
+          for (size_t k = i; k < j; ++k) stages[k].point(row);
+        }
+      });
+      pending = false;
+    }
+    if (j < stages.size()) {
+      try {
+        stages[j].full(image);
+      } catch (const std::exception&) {
+        logLine(kKernelApplyFailed);
+      }
+      ++j;
+    }
+    i = j;
+  }
+}
+
+int totalHalo(const std::vector<Stage>& stages) {
+  int h = 0;
+  for (const Stage& s : stages) h += s.halo;
+  return h;
+}
+
+// Runs a kernel with a second image (a blur) over the whole of `image`.
+void applyWithAux(Image& image, const Image& aux, const std::function<void(const kernels::KernelRow&)>& fn) {
+  const Rect b = image.bounds();
+  parallelRows(b, kGrainRows, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) fn({image.row(y), aux.at(b.x, y), b.width, b.x, y});
+  });
+}
+
+// A neighbourhood stage: Blur(sigma) of the running image (edges clamped to
+// its extent), then a kernel reading it as its second image.
+Stage blurStage(double sigma, std::function<void(const kernels::KernelRow&)> kernel) {
+  return Stage::fullStage(
+      [sigma, kernel = std::move(kernel)](Image& image) {
+        Image blur = gaussianBlur(image, float(sigma));
+        applyWithAux(image, blur, kernel);
+      },
+      blurReach(sigma));
+}
+
+// ------------------------------------------------------------ clarity low-pass
+// The wide low-pass of clarity at 12 % size: a box reduction on a grid
+// anchored to the output rectangle's origin (so every region sees the same
+// cells), a clamped Gaussian of sigma 8 s at that size, and a bilinear
+// enlargement back.
+Image clarityLowPass(const Image& image, const Rect& outputRect, double s) {
+  const Rect b = image.bounds();
+  const double cell = 1.0 / kClarityScale;
+  auto cellOf = [&](double x, int origin) { return int(std::floor((x - origin) * kClarityScale)); };
+  Rect small{cellOf(b.x, outputRect.x), cellOf(b.y, outputRect.y), 0, 0};
+  small.width = cellOf(b.right() - 1e-9, outputRect.x) + 1 - small.x;
+  small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
+
+  // Area weights of full-resolution columns/rows per cell, clipped to the image.
+  struct Span {
+    int first = 0;
+    std::vector<float> w;
+  };
+  auto spans = [&](int count, int firstCell, int origin, int lo, int hi) {
+    std::vector<Span> out(static_cast<size_t>(count));
+    for (int c = 0; c < count; ++c) {
+      double a = std::max<double>(lo, origin + (firstCell + c) * cell);
+      double e = std::min<double>(hi, origin + (firstCell + c + 1) * cell);
+      Span& sp = out[size_t(c)];
+      sp.first = int(std::floor(a));
+      double sum = 0;
+      for (int p = sp.first; p < e; ++p) {
+        double w = std::max(0.0, std::min(e, p + 1.0) - std::max(a, double(p)));
+        sp.w.push_back(float(w));
+        sum += w;
+      }
+      for (float& w : sp.w) w = float(w / std::max(sum, 1e-12));
+    }
+    return out;
+  };
+  std::vector<Span> sx = spans(small.width, small.x, outputRect.x, b.x, b.right());
+  std::vector<Span> sy = spans(small.height, small.y, outputRect.y, b.y, b.bottom());
+
+  Image reduced(small);
+  parallelRows(small, 1, [&](int y0, int y1) {
+    std::vector<float> acc(size_t(b.width) * 4);
+    for (int y = y0; y < y1; ++y) {
+      const Span& vy = sy[size_t(y - small.y)];
+      std::fill(acc.begin(), acc.end(), 0.0f);
+      for (size_t k = 0; k < vy.w.size(); ++k) {
+        const float* row = image.row(vy.first + int(k));
+        float w = vy.w[k];
+        for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * row[i];
+      }
+      float* dst = reduced.row(y);
+      for (int x = 0; x < small.width; ++x) {
+        const Span& vx = sx[size_t(x)];
+        float px[4] = {0, 0, 0, 0};
+        for (size_t k = 0; k < vx.w.size(); ++k) {
+          const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
+          for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
+        }
+        for (int c = 0; c < 4; ++c) dst[size_t(x) * 4 + size_t(c)] = px[c];
+      }
+    }
+  });
+  Image blurred = gaussianBlur(reduced, float(8.0 * s));
+
+  Image out(b);
+  parallelRows(b, kGrainRows, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+      double v = (y + 0.5 - outputRect.y) * kClarityScale - 0.5;
+      v = std::clamp(v, double(small.y), double(small.bottom() - 1));
+      int r0 = int(std::floor(v));
+      int r1 = std::min(r0 + 1, small.bottom() - 1);
+      float ty = float(v - r0);
+      const float* row0 = blurred.row(r0);
+      const float* row1 = blurred.row(r1);
+      float* dst = out.row(y);
+      for (int x = b.x; x < b.right(); ++x) {
+        double u = (x + 0.5 - outputRect.x) * kClarityScale - 0.5;
+        u = std::clamp(u, double(small.x), double(small.right() - 1));
+        int c0 = int(std::floor(u));
+        int c1 = std::min(c0 + 1, small.right() - 1);
+        float tx = float(u - c0);
+        const float* a = row0 + size_t(c0 - small.x) * 4;
+        const float* bb = row0 + size_t(c1 - small.x) * 4;
+        const float* c = row1 + size_t(c0 - small.x) * 4;
+        const float* d = row1 + size_t(c1 - small.x) * 4;
+        float* o = dst + size_t(x - b.x) * 4;
+        for (int k = 0; k < 4; ++k) {
+          float top = a[k] + (bb[k] - a[k]) * tx;
+          float bottom = c[k] + (d[k] - c[k]) * tx;
+          o[k] = top + (bottom - top) * ty;
+        }
+      }
+    }
+  });
+  return out;
+}
+
+int clarityReach(double s) {
+  return int(std::ceil((blurReach(8.0 * s) + 2) / kClarityScale)) + 2;
+}
+
+// Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
+void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
+  const Rect& mb = mask.bounds();
+  if (y < mb.y || y >= mb.bottom()) return;
+  int x0 = std::max(x, mb.x), x1 = std::min(x + n, mb.right());
+  const float* m = mask.row(y);
+  for (int px = x0; px < x1; ++px) {
+    float t = m[px - mb.x];
+    float* d = background + size_t(px - x) * 4;
+    const float* a = adjusted + size_t(px - x) * 4;
+    for (int c = 0; c < 4; ++c) d[c] = d[c] + (a[c] - d[c]) * t;
+  }
+}
+
+Rect clipRegion(const std::optional<Rect>& region, const Rect& outputRect) {
+  return region ? region->intersected(outputRect) : outputRect;
+}
+
+Image cropCopy(const Image& image, const Rect& r) {
+  Image out(r);
+  parallelRows(r, 16, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) std::copy_n(image.at(r.x, y), size_t(r.width) * 4, out.row(y));
+  });
+  return out;
+}
+
+bool isNeutral(const GlobalAdjustments& a) { return a == GlobalAdjustments{}; }
+
+}  // namespace
+
+// ============================================================ parameters
+
+GeometryParams geometryParams(const EditDocument& recipe) {
+  GeometryParams p;
+  p.distortion = recipe.lens.distortion;
+  p.flipHorizontal = recipe.crop.flipHorizontal;
+  p.flipVertical = recipe.crop.flipVertical;
+  p.quarterTurn = recipe.crop.quarterTurn;
+  p.angle = recipe.crop.angle;
+  if (recipe.crop.rect) {
+    const NormalizedRect& r = *recipe.crop.rect;
+    p.crop = RectF{r.x, r.y, r.width, r.height};
+  }
+  p.aspectLock = recipe.crop.aspectLock;
+  return p;
+}
+
+std::array<uint8_t, 32> hslTexels(const HSLAdjustments& hsl) {
+  std::array<uint8_t, 32> t;
+  t.fill(255);
+  auto encode = [](double v) {
+    double e = std::trunc((v + 100.0) / 200.0 * 255.0);
+    if (!(e > 0)) e = 0;
+    return uint8_t(std::min(255.0, e));
+  };
+  for (size_t i = 0; i < 8 && i < hsl.bands.size(); ++i) {
+    t[i * 4 + 0] = encode(hsl.bands[i].hue);
+    t[i * 4 + 1] = encode(hsl.bands[i].saturation);
+    t[i * 4 + 2] = encode(hsl.bands[i].luminance);
+  }
+  return t;
+}
+
+// ============================================================ engine
+
+RenderEngine::RenderEngine(std::filesystem::path lutFolder) : lutFolder_(std::move(lutFolder)) {}
+
+std::shared_ptr<const kernels::CurvesPrepared> RenderEngine::curvesFor(const CurveSet& curves) {
+  {
+    std::lock_guard<std::mutex> guard(cacheLock);
+    auto it = curveCache.find(curves);
+    if (it != curveCache.end()) return it->second;
+  }
+  Image lookup = buildCurveLookupImage(curves);
+  auto prepared = std::make_shared<const kernels::CurvesPrepared>(kernels::prepare(curvesKernelParams(lookup)));
+  std::lock_guard<std::mutex> guard(cacheLock);
+  if (curveCache.emplace(curves, prepared).second) {
+    curveCacheOrder.push_back(curves);
+    while (curveCacheOrder.size() > kCurveCacheLimit) {
+      curveCache.erase(curveCacheOrder.front());
+      curveCacheOrder.pop_front();
+    }
+  }
+  return prepared;
+}
+
+std::shared_ptr<const kernels::HslParams> RenderEngine::hslFor(const HSLAdjustments& hsl) {
+  {
+    std::lock_guard<std::mutex> guard(cacheLock);
+    auto it = hslCache.find(hsl);
+    if (it != hslCache.end()) return it->second;
+  }
+  std::array<uint8_t, 32> t = hslTexels(hsl);
+  uint8_t raw[32];
+  std::copy(t.begin(), t.end(), raw);
+  auto params = std::make_shared<const kernels::HslParams>(kernels::HslParams::fromTexels(raw));
+  std::lock_guard<std::mutex> guard(cacheLock);
+  if (hslCache.emplace(hsl, params).second) {
+    hslCacheOrder.push_back(hsl);
+    while (hslCacheOrder.size() > kHslCacheLimit) {
+      hslCache.erase(hslCacheOrder.front());
+      hslCacheOrder.pop_front();
+    }
+  }
+  return params;
+}
+
+std::shared_ptr<const ParsedLUT> RenderEngine::lutFor(const AppliedLUT& applied) {
+  if (applied.filename.empty()) return nullptr;
+  std::filesystem::path path = lutFolder_ / applied.filename;
+  std::error_code ec;
+  std::optional<std::filesystem::file_time_type> mtime;
+  auto t = std::filesystem::last_write_time(path, ec);
+  if (!ec) mtime = t;
+  {
+    std::lock_guard<std::mutex> guard(cacheLock);
+    auto it = lutCache.find(applied.filename);
+    if (it != lutCache.end() && it->second.modifiedAt == mtime) return it->second.lut;
+  }
+  LUTCacheEntry entry;
+  entry.modifiedAt = mtime;
+  LUTResult parsed = LUTLoader::load(path);
+  if (ParsedLUT* lut = std::get_if<ParsedLUT>(&parsed)) {
+    entry.bytes = lut->byteSize();
+    entry.lut = std::make_shared<const ParsedLUT>(std::move(*lut));
+  } else {
+    logLine("Verdantglass: LUT " + applied.filename + ": " + std::get<LUTError>(parsed).description());
+  }
+  std::lock_guard<std::mutex> guard(cacheLock);
+  auto old = lutCache.find(applied.filename);
+  if (old != lutCache.end()) {
+    lutCacheBytes -= old->second.bytes;
+    lutCache.erase(old);
+    lutCacheOrder.remove(applied.filename);
+  }
+  lutCacheBytes += entry.bytes;
+  lutCache.emplace(applied.filename, entry);
+  lutCacheOrder.push_back(applied.filename);
+  while (lutCacheOrder.size() > 1 && (lutCacheOrder.size() > kLutCacheLimit || lutCacheBytes > kLutCacheBytes)) {
+    auto victim = lutCache.find(lutCacheOrder.front());
+    lutCacheBytes -= victim->second.bytes;
+    lutCache.erase(victim);
+    lutCacheOrder.pop_front();
+  }
+  return entry.lut;
+}
+
+std::size_t RenderEngine::curveCacheSize() const {
+  std::lock_guard<std::mutex> guard(cacheLock);
+  return curveCache.size();
+}
+std::size_t RenderEngine::hslCacheSize() const {
+  std::lock_guard<std::mutex> guard(cacheLock);
+  return hslCache.size();
+}
+std::size_t RenderEngine::lutCacheSize() const {
+  std::lock_guard<std::mutex> guard(cacheLock);
+  return lutCache.size();
+}
+
+// ------------------------------------------------------------ the adjustment chain
+
+void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& a, double s, const Rect& outputRect) {
+  using namespace kernels;
+  // 1 Luminance noise reduction.
+  if (a.denoise > 0) {
+    DenoiseParams p{float(a.denoise / 100 * 0.9)};
+    st.push_back(blurStage(1.6 * s, [p](const KernelRow& r) { denoise(p, r); }));
+  }
+  // 2 White balance.
+  if (a.temperature != 0 || a.tint != 0) {
+    filters::ColorMatrix m =
+        filters::temperatureAndTint({6500, 0}, {6500 - 2500 * a.temperature / 100, 120 * a.tint / 100});
+    st.push_back(Stage::pointStage([m](const KernelRow& r) { filters::colorMatrix(m, r); }));
+  }
+  // 3 Exposure.
+  if (a.exposure != 0) {
+    float gain = filters::exposureGain(float(a.exposure));
+    st.push_back(Stage::pointStage([gain](const KernelRow& r) { filters::exposure(gain, r); }));
+  }
+  // 4 Tone.
+  if (a.highlights != 0 || a.shadows != 0 || a.whites != 0 || a.blacks != 0 || a.contrast != 0) {
+    ToneParams p{float(a.highlights / 100 * 0.7), float(a.shadows / 100 * 0.7), float(a.whites / 100),
+                 float(a.blacks / 100), float(a.contrast / 100)};
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { tone(p, r); }));
+  }
+  // 5 Tone curves.
+  if (!a.curves.isIdentity()) {
+    auto p = curvesFor(a.curves);
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { curves(*p, r); }));
+  }
+  // 6 Vibrance.
+  if (a.vibrance != 0) {
+    VibranceParams p{float(a.vibrance / 100 * 0.9)};
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { vibrance(p, r); }));
+  }
+  // 7 Saturation.
+  if (a.saturation != 0) {
+    float sat = float(std::max(0.0, 1 + a.saturation / 100));
+    st.push_back(Stage::pointStage([sat](const KernelRow& r) { filters::saturation(sat, r); }));
+  }
+  // 8 HSL.
+  bool hslNeutral = std::all_of(a.hsl.bands.begin(), a.hsl.bands.end(), [](const HSLBand& b) { return b == HSLBand{}; });
+  if (!hslNeutral) {
+    auto p = hslFor(a.hsl);
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { hsl(*p, r); }));
+  }
+  // 9 Split toning.
+  if (!(a.splitToning == SplitToning{})) {
+    const SplitToning& t = a.splitToning;
+    SplitTonePrepared p = prepare(SplitToneParams{float(t.highlightHue / 360), float(t.highlightSaturation / 100 * 0.85),
+                                                  float(t.shadowHue / 360), float(t.shadowSaturation / 100 * 0.85),
+                                                  float(t.balance / 100)});
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { splitTone(p, r); }));
+  }
+  // 10 Colour noise reduction.
+  if (a.colorDenoise > 0) {
+    ChromaDenoiseParams p{float(a.colorDenoise / 100 * 0.95)};
+    st.push_back(blurStage(2.4 * s, [p](const KernelRow& r) { chromaDenoise(p, r); }));
+  }
+  // 11 Defringe.
+  if (a.defringe > 0) {
+    DefringeParams p{float(a.defringe / 100)};
+    st.push_back(blurStage(1.2 * s, [p](const KernelRow& r) { defringe(p, r); }));
+  }
+  // 12 Monochrome.
+  if (a.monochrome) {
+    MonochromePrepared p = prepare(MonochromeParams{float(a.monochromeRed), float(a.monochromeGreen), float(a.monochromeBlue)});
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { monochrome(p, r); }));
+  }
+  // 13 Texture.
+  if (a.texture != 0) {
+    DetailParams p{float(a.texture / 100 * 0.9)};
+    st.push_back(blurStage(2.2 * s, [p](const KernelRow& r) { detail(p, r); }));
+  }
+  // 14 Clarity, its low-pass at reduced size.
+  if (a.clarity != 0) {
+    DetailParams p{float(a.clarity / 100 * 0.75)};
+    st.push_back(Stage::fullStage(
+        [p, s, outputRect](Image& image) {
+          Image low = clarityLowPass(image, outputRect, s);
+          applyWithAux(image, low, [p](const KernelRow& r) { detail(p, r); });
+        },
+        clarityReach(s)));
+  }
+  // 15 Dehaze on the blurred dark channel.
+  if (a.dehaze != 0) {
+    DehazeParams p{float(a.dehaze / 100 * 0.8)};
+    double sigma = 6 * s;
+    st.push_back(Stage::fullStage(
+        [p, sigma](Image& image) {
+          Image dark = image.clone();
+          applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
+          Image blur = gaussianBlur(dark, float(sigma));
+          applyWithAux(image, blur, [p](const KernelRow& r) { dehaze(p, r); });
+        },
+        blurReach(sigma)));
+  }
+  // 16 Sharpening.
+  if (a.sharpen > 0) {
+    double radius = a.sharpenRadius * s;
+    float intensity = float((a.sharpen / 100 * 1.8 + 0.4) * (a.sharpenDetail / 100 + 0.5));
+    if (a.sharpenMasking <= 0) {
+      st.push_back(Stage::fullStage([radius, intensity](Image& image) {
+        image = unsharpMask(image, float(radius), intensity);
+      }, blurReach(radius)));
+    } else {
+      float lo = float(a.sharpenMasking / 100 * 0.285 + 0.015);
+      SharpenBlendParams p{intensity, lo, lo + 0.06f};
+      st.push_back(blurStage(radius, [p](const KernelRow& r) { sharpenBlend(p, r); }));
+    }
+  }
+}
+
+
+// ------------------------------------------------------------ colour stage
+
+void RenderEngine::appendColorStage(std::vector<Stage>& st, const EditDocument& recipe, const Geometry& g,
+                                    const Rect& outputRect, double s) {
+  using namespace kernels;
+  // 1.2 Lens vignette correction.
+  if (recipe.lens.vignette > 0) {
+    VignettePrepared p = prepareLensVignette(
+        {float(recipe.lens.vignette / 100 * 0.9), float(recipe.lens.vignetteMidpoint / 100),
+         float(recipe.lens.vignetteFeather / 100), float(outputRect.x), float(outputRect.y),
+         float(outputRect.width), float(outputRect.height)});
+    st.push_back(Stage::pointStage([p](const KernelRow& r) { vignette(p, r); }));
+  }
+  // 1.3 Red-eye spots, each over its own square.
+  const Rect& E = g.sourceExtent();
+  for (const RedEyeSpot& spot : recipe.redEyes) {
+    PointF c = g.normalisedToOutput({spot.center.x, spot.center.y});
+    double r = std::max(2.0, g.coverFactor() * spot.radius * std::min(E.width, E.height));
+    if (!std::isfinite(c.x) || !std::isfinite(c.y) || !std::isfinite(r)) continue;
+    Rect square{int(std::floor(c.x - r - 2)), int(std::floor(c.y - r - 2)), 0, 0};
+    square.width = int(std::ceil(c.x + r + 2)) - square.x;
+    square.height = int(std::ceil(c.y + r + 2)) - square.y;
+    square = square.intersected(outputRect);
+    if (square.empty()) continue;
+    RedEyeParams p{float(c.x), float(c.y), float(r), 0.45f};
+    st.push_back(Stage::pointStage([p, square](const KernelRow& row) {
+      if (row.y < square.y || row.y >= square.bottom()) return;
+      int x0 = std::max(row.x, square.x), x1 = std::min(row.x + row.n, square.right());
+      if (x1 <= x0) return;
+      redEye(p, {row.rgba + size_t(x0 - row.x) * 4, nullptr, x1 - x0, x0, row.y});
+    }));
+  }
+  // 1.4 The adjustment chain.
+  appendChain(st, recipe.adjustments, s, outputRect);
+  // 1.5 The LUT at its strength.
+  if (recipe.lut) {
+    std::shared_ptr<const ParsedLUT> lut = lutFor(*recipe.lut);
+    if (lut) {
+      float t = float(std::clamp(recipe.lut->strength / 100, 0.0, 1.0));
+      PreparedLUT prepared = prepareLUT(*lut);
+      if (t >= 0.999f) {
+        st.push_back(Stage::pointStage([lut, prepared](const KernelRow& r) { lutApply(prepared, r); }));
+      } else {
+        // Dissolve: pre-LUT x (1 - t) + LUT x t.
+        st.push_back(Stage::pointStage([lut, prepared, t](const KernelRow& r) {
+          thread_local std::vector<float> before;
+          before.assign(r.rgba, r.rgba + size_t(r.n) * 4);
+          lutApply(prepared, r);
+          filters::dissolve(t, {r.rgba, before.data(), r.n, r.x, r.y});
+        }));
+      }
+    }
+  }
+}
+
+ColorStage RenderEngine::colorStageImpl(const Image& source, bool geometryApplied, const Geometry& g,
+                                        const EditDocument& recipe, double s, std::optional<Rect> region) {
+  const Rect outputRect = geometryApplied ? source.bounds() : g.outputRect();
+  const Rect target = clipRegion(region, outputRect);
+  std::vector<Stage> stages;
+  appendColorStage(stages, recipe, g, outputRect, s);
+  const Rect work = target.grown(totalHalo(stages)).intersected(outputRect);
+  Image image(work);
+  if (geometryApplied) {
+    runStages(image, stages, [&](Image& out, int y0, int y1) {
+      for (int y = y0; y < y1; ++y) std::copy_n(source.at(work.x, y), size_t(work.width) * 4, out.row(y));
+    });
+  } else {
+    runStages(image, stages, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); });
+  }
+  if (work != target) image = cropCopy(image, target);
+  return {std::make_shared<const Image>(std::move(image)), outputRect};
+}
+
+ColorStage RenderEngine::colorStage(const Image& source, const EditDocument& recipe, double scale, bool integralRect,
+                                    std::optional<Rect> region, HealSourceId sourceId) {
+  GeometryParams params = geometryParams(recipe);
+  Geometry g(source.bounds(), params, integralRect);
+  if (!recipe.heals.empty()) {
+    HealStageRequest request{&source, sourceId, params, integralRect, recipe.heals, nullptr};
+    std::shared_ptr<const Image> healed = runHealStage(healCache_, request);
+    if (healed && healed->bounds() == g.outputRect()) return colorStageImpl(*healed, true, g, recipe, scale, region);
+  }
+  return colorStageImpl(source, false, g, recipe, scale, region);
+}
+
+ColorStage RenderEngine::colorStageGeometryApplied(const Image& healed, const Rect& originalExtent,
+                                                   const EditDocument& recipe, double scale, bool integralRect,
+                                                   std::optional<Rect> region) {
+  Geometry g(originalExtent, geometryParams(recipe), integralRect);
+  return colorStageImpl(healed, true, g, recipe, scale, region);
+}
+
+Image RenderEngine::applyAdjustments(const Image& image, const GlobalAdjustments& adjustments, double scale) {
+  std::vector<Stage> stages;
+  appendChain(stages, adjustments, scale, image.bounds());
+  Image out = image.clone();
+  runStages(out, stages);
+  return out;
+}
+
+int RenderEngine::chainHalo(const GlobalAdjustments& a, double s) {
+  int h = 0;
+  if (a.denoise > 0) h += blurReach((1.6 * s));
+  if (a.colorDenoise > 0) h += blurReach((2.4 * s));
+  if (a.defringe > 0) h += blurReach((1.2 * s));
+  if (a.texture != 0) h += blurReach((2.2 * s));
+  if (a.clarity != 0) h += clarityReach(s);
+  if (a.dehaze != 0) h += blurReach((6 * s));
+  if (a.sharpen > 0) h += blurReach((a.sharpenRadius * s));
+  return h;
+}
+
+// ------------------------------------------------------------ the whole render
+
+Image RenderEngine::render(const Image& source, const EditDocument& recipe, const MaskImages& masks,
+                           const RenderOptions& options, const ColorStage* colorStageIn) {
+  const double s = options.scale;
+  Geometry g(source.bounds(), geometryParams(recipe), options.integralRect);
+  const Rect outputRect = colorStageIn ? colorStageIn->outputRect : g.outputRect();
+  const Rect target = clipRegion(options.region, outputRect);
+  if (target.empty()) return Image(target);
+
+  // 2. The local-adjustment pass: one stage per active layer.
+  std::vector<Stage> local;
+  for (const MaskLayer& layer : recipe.masks) {
+    if (!layer.enabled || isNeutral(layer.adjustments)) continue;
+    auto found = masks.find(layer.id);
+    if (found == masks.end() || !found->second) continue;
+    std::shared_ptr<const GreyImage> mask = found->second;
+    std::vector<Stage> chain;
+    appendChain(chain, layer.adjustments, s, outputRect);
+    if (chain.empty()) continue;
+    const bool pointsOnly = std::all_of(chain.begin(), chain.end(), [](const Stage& st) { return bool(st.point); });
+    if (pointsOnly) {
+      // Fused: the adjusted copy of a row lives only while the row is in cache.
+      local.push_back(Stage::pointStage([chain = std::move(chain), mask](const kernels::KernelRow& r) {
+        thread_local std::vector<float> adjusted;
+        adjusted.assign(r.rgba, r.rgba + size_t(r.n) * 4);
+        kernels::KernelRow copy{adjusted.data(), nullptr, r.n, r.x, r.y};
+        for (const Stage& st : chain) st.point(copy);
+        blendRow(r.rgba, adjusted.data(), r.n, r.x, r.y, *mask);
+      }));
+    } else {
+      int halo = totalHalo(chain);
+      local.push_back(Stage::fullStage(
+          [chain = std::move(chain), mask](Image& image) {
+            Image adjusted = image.clone();
+            runStages(adjusted, chain);
+            const Rect b = image.bounds();
+            parallelRows(b, kGrainRows, [&](int y0, int y1) {
+              for (int y = y0; y < y1; ++y) blendRow(image.row(y), adjusted.row(y), b.width, b.x, y, *mask);
+            });
+          },
+          halo));
+    }
+  }
+
+  // 3. Finishing.
+  std::vector<Stage> finishing;
+  const GlobalAdjustments& a = recipe.adjustments;
+  if (a.vignetteAmount != 0) {
+    kernels::VignettePrepared p = kernels::prepareVignette(
+        {float(a.vignetteAmount / 100 * 1.1), float(a.vignetteMidpoint / 100), float(a.vignetteFeather / 100),
+         float(outputRect.x), float(outputRect.y), float(outputRect.width), float(outputRect.height)});
+    finishing.push_back(Stage::pointStage([p](const kernels::KernelRow& r) { kernels::vignette(p, r); }));
+  }
+  if (a.grainAmount > 0) {
+    kernels::GrainPrepared p = kernels::prepare(kernels::GrainParams{
+        float(a.grainAmount / 100), float(a.grainSize / 100), float(std::min(outputRect.width, outputRect.height)),
+        float(outputRect.x), float(outputRect.y)});
+    finishing.push_back(Stage::pointStage([p](const kernels::KernelRow& r) { kernels::grain(p, r); }));
+  }
+  if (options.dither) {
+    finishing.push_back(Stage::pointStage([](const kernels::KernelRow& r) { kernels::dither({}, r); }));
+  }
+
+  const int localHalo = totalHalo(local);
+  const Rect localRegion = target.grown(localHalo).intersected(outputRect);
+  std::vector<Stage> tail = std::move(local);
+  tail.insert(tail.end(), finishing.begin(), finishing.end());
+
+  Image image;
+  const bool reuse = colorStageIn && colorStageIn->image && colorStageIn->image->bounds().contains(localRegion);
+  const bool healing = !reuse && !recipe.heals.empty();
+  if (reuse || healing) {
+    ColorStage cs =
+        reuse ? *colorStageIn : colorStage(source, recipe, s, options.integralRect, localRegion, options.sourceId);
+    image = cropCopy(*cs.image, localRegion);
+    runStages(image, tail);
+  } else {
+    // One list from the geometry to the dither, over the region every stage needs.
+    std::vector<Stage> all;
+    appendColorStage(all, recipe, g, outputRect, s);
+    all.insert(all.end(), tail.begin(), tail.end());
+    const Rect work = target.grown(totalHalo(all)).intersected(outputRect);
+    image = Image(work);
+    runStages(image, all, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); });
+  }
+  if (image.bounds() != target) image = cropCopy(image, target);
+  return image;
+}
+
+}  // namespace vg
