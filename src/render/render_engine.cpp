@@ -600,6 +600,32 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
   const Rect target = clipRegion(options.region, outputRect);
   if (target.empty()) return Image(target);
 
+  // A large region is rendered in horizontal bands, each over its own halo,
+  // so that the working buffers stay within the work budget.
+  if (!colorStageIn) {
+    int halo = chainHalo(recipe.adjustments, s);
+    for (const MaskLayer& layer : recipe.masks)
+      if (layer.enabled && masks.count(layer.id)) halo += chainHalo(layer.adjustments, s);
+    const int64_t rowBytes = int64_t(target.width) * 16 * kWorkBuffers;
+    const int64_t workRows = std::min<int64_t>(target.height + 2 * halo, outputRect.height);
+    if (workRows * rowBytes > int64_t(workBudget_)) {
+      const int bandRows = int(std::max<int64_t>(64, int64_t(workBudget_) / rowBytes - 2 * halo));
+      if (bandRows < target.height) {
+        Image out(target);
+        for (int y = target.y; y < target.bottom(); y += bandRows) {
+          RenderOptions band = options;
+          band.region = Rect{target.x, y, target.width, std::min(bandRows, target.bottom() - y)};
+          Image part = render(source, recipe, masks, band, nullptr);
+          const Rect& b = part.bounds();
+          parallelRows(b, 16, [&](int y0, int y1) {
+            for (int r = y0; r < y1; ++r) std::copy_n(part.row(r), size_t(b.width) * 4, out.at(b.x, r));
+          });
+        }
+        return out;
+      }
+    }
+  }
+
   // 2. The local-adjustment pass: one stage per active layer.
   std::vector<Stage> local;
   for (const MaskLayer& layer : recipe.masks) {

@@ -119,6 +119,13 @@ class RenderEngine {
   static constexpr std::size_t kHslCacheLimit = 16;
   static constexpr std::size_t kLutCacheLimit = 8;
   static constexpr std::size_t kLutCacheBytes = std::size_t(256) << 20;
+  // Working memory of one render pass: regions whose halo-grown rows would
+  // need more (at kWorkBuffers float RGBA buffers alive at once: the running
+  // image, a mask's adjusted copy, a blur and its intermediate, the dark
+  // channel) are rendered in bands.
+  static constexpr std::size_t kWorkBudgetBytes = std::size_t(640) << 20;
+  static constexpr int kWorkBuffers = 6;
+  void setWorkBudget(std::size_t bytes) { workBudget_ = bytes; }
 
   // Cache introspection (tests).
   std::size_t curveCacheSize() const;
@@ -147,6 +154,7 @@ class RenderEngine {
                             const EditDocument& recipe, double s, std::optional<Rect> region);
 
   std::filesystem::path lutFolder_;
+  std::size_t workBudget_ = kWorkBudgetBytes;
 
   mutable std::mutex cacheLock;
   std::unordered_map<CurveSet, std::shared_ptr<const kernels::CurvesPrepared>> curveCache;

@@ -357,6 +357,20 @@ TEST_F(RenderEngineTest, SubRectanglesEqualCropsOfTheFullRender) {
   EXPECT_LT(maxDiff(render(big, doc, {}, o), crop(noClarity, *o.region)), 1e-4);
 }
 
+TEST_F(RenderEngineTest, LargeRegionsRenderInBandsWithTheSamePixels) {
+  Image big = testImage(160, 300, 9);
+  EditDocument doc = heavyRecipe();
+  doc.adjustments.clarity = 0;
+  Image whole = render(big, doc);
+  engine.setWorkBudget(size_t(160) * 16 * RenderEngine::kWorkBuffers * 120);  // 120 rows of work
+  Image banded = render(big, doc);
+  EXPECT_LT(maxDiff(banded, whole), 1e-4);
+  doc.adjustments.clarity = 30;  // a halo beyond the budget: bands of the 64-row minimum
+  Image bandedClarity = render(big, doc);
+  engine.setWorkBudget(RenderEngine::kWorkBudgetBytes);
+  EXPECT_LT(maxDiff(bandedClarity, render(big, doc)), 2e-3);
+}
+
 TEST_F(RenderEngineTest, ThreadCountDoesNotChangeABit) {
   Image big = testImage(200, 150, 11);
   EditDocument doc = heavyRecipe();
