@@ -1,0 +1,174 @@
+#include "io/heif_decoder.h"
+
+#include <libheif/heif.h>
+
+#include <cstring>
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "io/decode_limits.h"
+#include "io/input_color.h"
+#include "io/load_error.h"
+#include "io/upright_writer.h"
+
+namespace vg {
+namespace {
+
+constexpr int kMaxSide = 32768;
+
+struct ContextDeleter {
+  void operator()(heif_context* c) const { heif_context_free(c); }
+};
+struct HandleDeleter {
+  void operator()(heif_image_handle* h) const { heif_image_handle_release(h); }
+};
+struct ImageDeleter {
+  void operator()(heif_image* i) const { heif_image_release(i); }
+};
+struct OptionsDeleter {
+  void operator()(heif_decoding_options* o) const { heif_decoding_options_free(o); }
+};
+struct NclxDeleter {
+  void operator()(heif_color_profile_nclx* n) const { heif_nclx_color_profile_free(n); }
+};
+
+void check(const heif_error& e, const char* what) {
+  if (e.code != heif_error_Ok) throw DecodeError(std::string("HEIF: ") + what + ": " + (e.message ? e.message : ""));
+}
+
+struct Opened {
+  std::unique_ptr<heif_context, ContextDeleter> context;
+  std::unique_ptr<heif_image_handle, HandleDeleter> handle;
+};
+
+Opened openPrimary(std::span<const uint8_t> bytes) {
+  Opened o;
+  o.context.reset(heif_context_alloc());
+  if (!o.context) throw DecodeError("HEIF: out of memory");
+  heif_context_set_maximum_image_size_limit(o.context.get(), kMaxSide);
+  check(heif_context_read_from_memory_without_copy(o.context.get(), bytes.data(), bytes.size(), nullptr),
+        "cannot read the container");
+  heif_image_handle* handle = nullptr;
+  check(heif_context_get_primary_image_handle(o.context.get(), &handle), "no primary image");
+  o.handle.reset(handle);
+  return o;
+}
+
+std::vector<uint8_t> exifOf(heif_image_handle* handle) {
+  heif_item_id id = 0;
+  if (heif_image_handle_get_list_of_metadata_block_IDs(handle, "Exif", &id, 1) < 1) return {};
+  size_t size = heif_image_handle_get_metadata_size(handle, id);
+  if (size < 4 || size > (64u << 20)) return {};
+  std::vector<uint8_t> block(size);
+  if (heif_image_handle_get_metadata(handle, id, block.data()).code != heif_error_Ok) return {};
+  // The block starts with the big-endian offset of the TIFF header.
+  uint32_t offset = (uint32_t(block[0]) << 24) | (uint32_t(block[1]) << 16) | (uint32_t(block[2]) << 8) | block[3];
+  if (offset > size - 4) return {};
+  block.erase(block.begin(), block.begin() + 4 + offset);
+  return block;
+}
+
+InputColor::Transfer transferOf(heif_transfer_characteristics t) {
+  switch (t) {
+    case heif_transfer_characteristic_ITU_R_BT_709_5:
+    case heif_transfer_characteristic_ITU_R_BT_601_6:
+    case heif_transfer_characteristic_ITU_R_BT_2020_2_10bit:
+    case heif_transfer_characteristic_ITU_R_BT_2020_2_12bit:
+      return InputColor::Transfer::bt709;
+    case heif_transfer_characteristic_ITU_R_BT_470_6_System_M:
+      return InputColor::Transfer::gamma22;
+    case heif_transfer_characteristic_linear:
+      return InputColor::Transfer::linear;
+    default:
+      return InputColor::Transfer::srgb;
+  }
+}
+
+}  // namespace
+
+std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes) {
+  Opened o = openPrimary(bytes);
+  return exifOf(o.handle.get());
+}
+
+HeifDecoded decodeHeif(std::span<const uint8_t> bytes) {
+  Opened o = openPrimary(bytes);
+  heif_image_handle* handle = o.handle.get();
+  decode_limits::check(heif_image_handle_get_width(handle), heif_image_handle_get_height(handle), bytes.size());
+
+  const bool alpha = heif_image_handle_has_alpha_channel(handle) != 0;
+  const int lumaBits = heif_image_handle_get_luma_bits_per_pixel(handle);
+  const bool deep = lumaBits > 8;
+  const heif_chroma chroma = deep ? (alpha ? heif_chroma_interleaved_RRGGBBAA_LE : heif_chroma_interleaved_RRGGBB_LE)
+                                  : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
+  std::unique_ptr<heif_decoding_options, OptionsDeleter> options(heif_decoding_options_alloc());
+  heif_image* raw = nullptr;
+  check(heif_decode_image(handle, &raw, heif_colorspace_RGB, chroma, options.get()), "cannot decode");
+  std::unique_ptr<heif_image, ImageDeleter> image(raw);
+
+  const int width = heif_image_get_width(raw, heif_channel_interleaved);
+  const int height = heif_image_get_height(raw, heif_channel_interleaved);
+  decode_limits::check(width, height, bytes.size());
+  int stride = 0;
+  const uint8_t* plane = heif_image_get_plane_readonly(raw, heif_channel_interleaved, &stride);
+  if (!plane || stride <= 0) throw DecodeError("HEIF: decoded image has no pixels");
+
+  SourceFormat format;
+  format.model = ColorModel::rgb;
+  format.hasAlpha = alpha;
+  format.alphaAssociated = alpha && heif_image_is_premultiplied_alpha(raw);
+  if (deep) {
+    int bits = heif_image_get_bits_per_pixel_range(raw, heif_channel_interleaved);
+    format.type = SampleType::u16;
+    format.bitDepth = std::clamp(bits, 9, 16);
+  }
+  if (size_t(stride) < format.bytesPerPixel() * size_t(width)) throw DecodeError("HEIF: short rows");
+
+  HeifDecoded out;
+  std::optional<InputColor> color;
+  switch (heif_image_handle_get_color_profile_type(handle)) {
+    case heif_color_profile_type_prof:
+    case heif_color_profile_type_rICC: {
+      size_t size = heif_image_handle_get_raw_color_profile_size(handle);
+      std::vector<uint8_t> icc(size);
+      if (size > 0 && heif_image_handle_get_raw_color_profile(handle, icc.data()).code == heif_error_Ok) {
+        color.emplace(InputColor::fromIcc(icc, format));
+      }
+      break;
+    }
+    case heif_color_profile_type_nclx: {
+      heif_color_profile_nclx* nclx = nullptr;
+      if (heif_image_handle_get_nclx_color_profile(handle, &nclx).code == heif_error_Ok && nclx) {
+        std::unique_ptr<heif_color_profile_nclx, NclxDeleter> guard(nclx);
+        InputColor::Primaries p{nclx->color_primary_red_x,   nclx->color_primary_red_y,
+                                nclx->color_primary_green_x, nclx->color_primary_green_y,
+                                nclx->color_primary_blue_x,  nclx->color_primary_blue_y,
+                                nclx->color_primary_white_x, nclx->color_primary_white_y};
+        bool valid = p.redY > 0 && p.greenY > 0 && p.blueY > 0 && p.whiteY > 0;
+        if (valid) {
+          color.emplace(InputColor::fromPrimaries(p, transferOf(nclx->transfer_characteristics), format));
+          if (nclx->color_primaries == heif_color_primaries_SMPTE_EG_432_1) out.decoded.profileName = "Display P3";
+          if (nclx->color_primaries == heif_color_primaries_ITU_R_BT_2020_2_and_2100_0) {
+            out.decoded.profileName = "Rec. 2020";
+          }
+        }
+      }
+      break;
+    }
+    default:
+      break;
+  }
+  if (!color) color.emplace(InputColor::fromIcc({}, format));
+
+  UprightWriter writer(width, height, 1, *color);
+  writer.writeAll(plane, size_t(stride));
+  out.decoded.image = writer.take();
+  if (out.decoded.profileName.empty()) out.decoded.profileName = color->profileDescription();
+  out.decoded.colorModel = "RGB";
+  out.exif = exifOf(handle);
+  return out;
+}
+
+}  // namespace vg

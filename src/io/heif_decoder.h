@@ -1,0 +1,28 @@
+// HEIC/HEIF decoding with libheif: the primary image only, 8-bit or deeper
+// (10/12-bit kept in 16-bit samples), with alpha when present. libheif applies
+// the container's rotation (irot) and mirror (imir); the EXIF orientation
+// that phones also write describes the same turn and is NOT applied again.
+// Colour: an ICC profile (prof/rICC) when present, else the nclx primaries
+// and transfer, else sRGB. The Exif block is returned for the metadata.
+// Throws DecodeError.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "io/decoded_image.h"
+
+namespace vg {
+
+struct HeifDecoded {
+  DecodedImage decoded;
+  std::vector<uint8_t> exif;  // the bare Exif block (TIFF header first), may be empty
+};
+
+HeifDecoded decodeHeif(std::span<const uint8_t> bytes);
+
+// The bare Exif block of the primary image without decoding pixels.
+std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes);
+
+}  // namespace vg

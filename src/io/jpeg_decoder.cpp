@@ -1,0 +1,164 @@
+#include "io/jpeg_decoder.h"
+
+#include <tbb/task_group.h>
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <jpeglib.h>
+#include <jerror.h>
+
+#include "io/decode_limits.h"
+#include "io/input_color.h"
+#include "io/load_error.h"
+#include "io/upright_writer.h"
+
+namespace vg {
+namespace {
+
+constexpr int kBandRows = 64;      // rows handed to the pool at a time (multiple of the writer's block)
+constexpr int kMaxScans = 500;     // progressive files beyond this are refused (decode time bomb)
+
+struct ErrorManager {
+  jpeg_error_mgr base;
+  std::jmp_buf jump;
+  char message[JMSG_LENGTH_MAX] = {};
+  bool endedBeforeData = false;
+};
+
+void errorExit(j_common_ptr cinfo) {
+  auto* err = reinterpret_cast<ErrorManager*>(cinfo->err);
+  (*cinfo->err->format_message)(cinfo, err->message);
+  std::longjmp(err->jump, 1);
+}
+
+void emitMessage(j_common_ptr cinfo, int level) {
+  if (level >= 0) return;  // trace messages
+  auto* err = reinterpret_cast<ErrorManager*>(cinfo->err);
+  if (cinfo->err->msg_code == JWRN_JPEG_EOF && cinfo->is_decompressor) {
+    auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+    if (d->input_iMCU_row == 0 && d->input_scan_number <= 1) err->endedBeforeData = true;
+  }
+  cinfo->err->num_warnings++;
+}
+
+void outputMessage(j_common_ptr) {}
+
+void progress(j_common_ptr cinfo) {
+  if (!cinfo->is_decompressor) return;
+  auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+  if (d->progressive_mode && d->input_scan_number > kMaxScans) {
+    cinfo->err->msg_code = JERR_BAD_SCAN_SCRIPT;
+    auto* err = reinterpret_cast<ErrorManager*>(cinfo->err);
+    std::snprintf(err->message, sizeof err->message, "progressive JPEG with more than %d scans", kMaxScans);
+    std::longjmp(err->jump, 1);
+  }
+}
+
+// Everything that must survive a longjmp back into decodeJpeg lives here,
+// owned through a pointer that is never reassigned after setjmp.
+struct Context {
+  std::vector<uint8_t> icc;
+  std::vector<uint8_t> pixels;
+  std::optional<InputColor> color;
+  std::optional<UprightWriter> writer;
+  tbb::task_group tasks;
+  SourceFormat format;
+};
+
+}  // namespace
+
+DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& options) {
+  if (bytes.size() < 4) throw DecodeError("not a JPEG file (too short)");
+  auto ctx = std::make_unique<Context>();
+  jpeg_decompress_struct cinfo;
+  ErrorManager err;
+  jpeg_progress_mgr progressManager;
+  cinfo.err = jpeg_std_error(&err.base);
+  err.base.error_exit = errorExit;
+  err.base.emit_message = emitMessage;
+  err.base.output_message = outputMessage;
+
+  if (setjmp(err.jump)) {
+    ctx->tasks.wait();
+    jpeg_destroy_decompress(&cinfo);
+    throw DecodeError(std::string("JPEG: ") + err.message);
+  }
+
+  jpeg_create_decompress(&cinfo);
+  progressManager.progress_monitor = progress;
+  cinfo.progress = &progressManager;
+  cinfo.mem->max_memory_to_use = size_t(2) << 30;
+  jpeg_mem_src(&cinfo, bytes.data(), (unsigned long)bytes.size());
+  jpeg_save_markers(&cinfo, JPEG_APP0 + 2, 0xFFFF);
+  jpeg_read_header(&cinfo, TRUE);
+  decode_limits::check(cinfo.image_width, cinfo.image_height, bytes.size());
+
+  Context& c = *ctx;
+  c.format.type = SampleType::u8;
+  c.format.bitDepth = 8;
+  switch (cinfo.jpeg_color_space) {
+    case JCS_GRAYSCALE:
+      cinfo.out_color_space = JCS_GRAYSCALE;
+      c.format.model = ColorModel::gray;
+      break;
+    case JCS_CMYK:
+    case JCS_YCCK:
+      cinfo.out_color_space = JCS_CMYK;
+      c.format.model = ColorModel::cmyk;
+      c.format.inverted = cinfo.saw_Adobe_marker;
+      break;
+    default:
+      cinfo.out_color_space = JCS_RGB;
+      c.format.model = ColorModel::rgb;
+      break;
+  }
+  JOCTET* iccData = nullptr;
+  unsigned int iccLength = 0;
+  if (jpeg_read_icc_profile(&cinfo, &iccData, &iccLength) && iccData) {
+    c.icc.assign(iccData, iccData + iccLength);
+    std::free(iccData);
+  }
+  c.color.emplace(InputColor::fromIcc(c.icc, c.format));
+
+  jpeg_start_decompress(&cinfo);
+  const int width = int(cinfo.output_width), height = int(cinfo.output_height);
+  const size_t pitch = size_t(width) * size_t(cinfo.output_components);
+  c.pixels.resize(pitch * size_t(height));
+  c.writer.emplace(width, height, options.orientation, *c.color);
+
+  int bandStart = 0;
+  while (cinfo.output_scanline < cinfo.output_height) {
+    JSAMPROW rows[16];
+    int available = std::min<int>(16, height - int(cinfo.output_scanline));
+    for (int k = 0; k < available; ++k) rows[k] = c.pixels.data() + pitch * (cinfo.output_scanline + k);
+    jpeg_read_scanlines(&cinfo, rows, JDIMENSION(available));
+    int done = int(cinfo.output_scanline);
+    if (done - bandStart >= kBandRows || done == height) {
+      int y0 = bandStart, n = done - bandStart;
+      const uint8_t* src = c.pixels.data() + pitch * size_t(y0);
+      UprightWriter* writer = &*c.writer;
+      c.tasks.run([writer, src, pitch, y0, n] { writer->write(src, pitch, y0, n); });
+      bandStart = done;
+    }
+  }
+  bool endedBeforeData = err.endedBeforeData;
+  jpeg_abort_decompress(&cinfo);
+  c.tasks.wait();
+  jpeg_destroy_decompress(&cinfo);
+  if (endedBeforeData) throw DecodeError("JPEG: the file ends before any image data");
+
+  DecodedImage out;
+  out.image = c.writer->take();
+  out.profileName = c.color->profileDescription();
+  out.colorModel = c.format.model == ColorModel::gray ? "Gray"
+                   : c.format.model == ColorModel::cmyk ? "CMYK"
+                                                        : "RGB";
+  return out;
+}
+
+}  // namespace vg

@@ -1,0 +1,77 @@
+// Camera RAW development with LibRaw (thread-safe libraw_r), mapping the
+// document's RAWDevelopSettings onto it:
+//
+// - decoderVersion: a preset of raw_presets.h offered for this file (Bayer
+//   sensors); anything else develops with the newest preset.
+// - exposure (EV, -2...2): LibRaw's exposure shift 2^EV before demosaicing,
+//   with highlight preservation (0.8) so positive shifts roll off instead of
+//   clipping.
+// - shadowBoost (0...100): boost amount b = shadowBoost / 100 + 1; the
+//   developed linear image gets a lift of its shadows,
+//   y = x (1 + (b - 1)(1 - smoothstep(0, 0.5, x))): up to ×b in the deepest
+//   shadows, none from mid-grey up, monotonic. b = 1 changes nothing.
+// - noiseReduction (0...100): below 100, amount a = noiseReduction / 100
+//   sets both the luminance reduction (wavelet threshold 500 a) and the
+//   colour reduction (round(3 a) median passes on the colour differences).
+//   At 100, the automatic position, the ISO-based default applies: none up
+//   to ISO 400, then a threshold rising 60 per doubling (at most 300) and one
+//   colour pass from ISO 1600.
+// - gamutMapping: on, clipped highlights are blended back from the channels
+//   that did not clip (LibRaw highlight mode 2) and colours outside the
+//   working gamut are pulled in along their line to grey at equal
+//   luminance; off, highlights clip to white and out-of-gamut values stay as
+//   they are (negative components survive in the working space).
+//
+// LibRaw develops to linear 16-bit ProPhoto RGB (wide enough to keep
+// out-of-gamut colours) with camera white balance and no automatic
+// brightening; we convert that to the linear working space. LibRaw applies
+// the camera's orientation (flip), so the result is upright.
+//
+// Failures throw ImageLoadError: 3 when LibRaw cannot open the file (unknown
+// camera, not a RAW, absurd sizes), 4 when unpacking or processing fails, 5
+// when the output has no pixels.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "io/photo_metadata.h"
+#include "io/raw_presets.h"
+#include "model/adjustments.h"
+#include "render/image.h"
+
+namespace vg {
+
+struct DevelopedRaw {
+  Image image;
+  PhotoMetadata facts;  // LibRaw's own facts, with rawSummary
+};
+
+DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings& settings,
+                        std::string_view fileName);
+
+// The presets that apply to this file (all of them for Bayer sensors, none
+// for X-Trans or linear files), or nothing when LibRaw cannot open it.
+std::optional<std::vector<const RawPreset*>> rawPresetsFor(std::span<const uint8_t> bytes);
+
+// The LibRaw parameters of a development, exposed for tests.
+struct RawProcessing {
+  const RawPreset* preset = nullptr;
+  float exposureShift = 1;     // linear factor, 2^EV
+  float highlightPreserve = 0; // LibRaw exp_preser
+  float boostAmount = 1;       // shadow boost b
+  bool noiseReductionSet = false;  // false: the automatic default
+  float luminanceNoiseReduction = 0;  // amount 0...1 when set
+  float colorNoiseReduction = 0;
+  int highlightMode = 0;       // LibRaw highlight: 0 clip, 2 blend
+  bool mapGamut = true;
+};
+RawProcessing rawProcessingFor(const RAWDevelopSettings& settings, bool bayer);
+
+// The shadow lift of shadowBoost on one linear value.
+float shadowLift(float x, float boostAmount);
+
+}  // namespace vg

@@ -1,0 +1,50 @@
+// UprightWriter: turns decoded rows of a stored raster into the upright
+// working image, converting colour on the way (one pass, no intermediate
+// float copy).
+//
+// The output Image is allocated once, already in its upright size (width and
+// height swapped for orientations 5-8). Each stored row is converted by
+// InputColor and placed where its orientation sends it: for orientation 1
+// straight into the output row, otherwise through a small per-call buffer
+// that is scattered with a constant step.
+//
+// write() may run on several threads at once for disjoint row ranges; rows
+// are grouped in blocks of kBlockRows so that rotated writes from different
+// threads rarely share a cache line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "io/input_color.h"
+#include "render/image.h"
+
+namespace vg {
+
+class UprightWriter {
+ public:
+  static constexpr int kBlockRows = 16;
+
+  // Throws std::bad_alloc when the output cannot be allocated.
+  UprightWriter(int storedWidth, int storedHeight, int orientation, const InputColor& color);
+
+  // Converts stored rows [y0, y0 + count); row y0 starts at `rows`, the next
+  // `pitch` bytes later.
+  void write(const uint8_t* rows, size_t pitch, int y0, int count);
+
+  // Converts a whole stored raster, rows split over the thread pool.
+  void writeAll(const uint8_t* rows, size_t pitch);
+
+  int storedWidth() const { return width_; }
+  int storedHeight() const { return height_; }
+  Image take() { return std::move(image_); }
+
+ private:
+  int width_;
+  int height_;
+  int orientation_;
+  const InputColor& color_;
+  Image image_;
+};
+
+}  // namespace vg

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "io/image_loader.h"
+#include "io/raw_developer.h"
+#include "io_test_files.h"
+#include "support/test_support.h"
+
+namespace vg {
+namespace {
+
+// A grey scene with a soft ramp and fine detail, photographed through an
+// RGGB mosaic (equal channel response, so it develops grey).
+uint16_t scene(int x, int y) {
+  double v = 2000 + 150.0 * x + 40.0 * ((x / 2 + y / 2) % 2);
+  return uint16_t(std::min(v, 60000.0));
+}
+
+class RawDevelopment : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_ / "synthetic.dng";
+    test::writeDng(path_, 96, 64, scene);
+  }
+  ImageLoader::Loaded develop(const RAWDevelopSettings& s) { return ImageLoader::load(path_, s); }
+  test::TempDir dir_;
+  std::filesystem::path path_;
+};
+
+TEST_F(RawDevelopment, DngIsDevelopedThroughTheRawPath) {
+  auto loaded = develop({});
+  EXPECT_TRUE(loaded.isRAW);
+  EXPECT_EQ(loaded.fileFormat, "DNG RAW");
+  EXPECT_EQ(loaded.colorSpaceName, "sRGB");
+  EXPECT_EQ(loaded.pixelSize.width, 96);
+  EXPECT_EQ(loaded.pixelSize.height, 64);
+  ASSERT_TRUE(loaded.meta.rawSummary.has_value());
+  EXPECT_EQ((*loaded.meta.rawSummary)["Make"], "Verdantglass");
+  EXPECT_EQ((*loaded.meta.rawSummary)["WhiteLevel"], 65535);
+  EXPECT_EQ(loaded.meta.camera, "Synthetic Bayer");
+  // Grey in, grey out; brighter to the right.
+  const float* left = loaded.image->at(10, 30);
+  const float* right = loaded.image->at(80, 30);
+  EXPECT_NEAR(right[0], right[1], 0.02f * right[1]);
+  EXPECT_NEAR(right[2], right[1], 0.02f * right[1]);
+  EXPECT_GT(right[1], left[1] * 2);
+  EXPECT_EQ(right[3], 1.0f);
+}
+
+TEST_F(RawDevelopment, ExposureIsInStops) {
+  auto base = develop({});
+  RAWDevelopSettings minusOne;
+  minusOne.exposure = -1;
+  auto darker = develop(minusOne);
+  double ratio = test::channelMeans(*darker.image)[1] / test::channelMeans(*base.image)[1];
+  EXPECT_NEAR(ratio, 0.5, 0.03);
+  RAWDevelopSettings plusOne;
+  plusOne.exposure = 1;
+  auto brighter = develop(plusOne);
+  // Shadows double; highlights are preserved instead of clipping hard.
+  EXPECT_NEAR(brighter.image->at(4, 30)[1] / base.image->at(4, 30)[1], 2.0, 0.15);
+  EXPECT_LE(brighter.image->at(94, 30)[1], 1.0f);
+}
+
+TEST_F(RawDevelopment, ShadowBoostLiftsShadowsOnly) {
+  auto base = develop({});
+  RAWDevelopSettings boosted;
+  boosted.shadowBoost = 100;
+  auto lifted = develop(boosted);
+  // Deep shadows almost double; the lift fades as the scene brightens.
+  float deep = lifted.image->at(4, 30)[1] / base.image->at(4, 30)[1];
+  float middle = lifted.image->at(94, 30)[1] / base.image->at(94, 30)[1];
+  EXPECT_GT(deep, 1.8f);
+  EXPECT_LT(middle, deep);
+  EXPECT_GT(middle, 1.0f);
+}
+
+TEST_F(RawDevelopment, DecoderVersionsAreOfferedAndUnknownOnesIgnored) {
+  auto options = ImageLoader::rawDecoderOptions(path_);
+  ASSERT_GE(options.size(), 2u);
+  EXPECT_EQ(options[0], (ImageLoader::RAWDecoderOption{"", "最新"}));
+  EXPECT_EQ(options[1].id, newestRawPreset().id);
+  EXPECT_EQ(options.size(), rawPresets().size() + 1);
+
+  auto newest = develop({});
+  RAWDevelopSettings gone;
+  gone.decoderVersion = "a-version-from-an-older-release";
+  auto ignored = develop(gone);
+  EXPECT_EQ(test::maxDifference(*newest.image, *ignored.image), 0.0);
+  RAWDevelopSettings bilinear;
+  bilinear.decoderVersion = "linear-1";
+  auto other = develop(bilinear);
+  EXPECT_GT(test::maxDifference(*newest.image, *other.image), 0.0);
+}
+
+TEST_F(RawDevelopment, OrientationIsApplied) {
+  auto turned = dir_ / "turned.dng";
+  test::writeDng(turned, 96, 64, scene, 6);
+  auto loaded = ImageLoader::load(turned);
+  EXPECT_EQ(loaded.pixelSize.width, 64);
+  EXPECT_EQ(loaded.pixelSize.height, 96);
+  // The bright right edge of the scene ends up at the bottom.
+  EXPECT_GT(loaded.image->at(32, 90)[1], loaded.image->at(32, 5)[1] * 2);
+}
+
+TEST(RawProcessing, SettingsMapping) {
+  RAWDevelopSettings s;
+  RawProcessing p = rawProcessingFor(s, true);
+  EXPECT_EQ(p.boostAmount, 1.0f);  // shadowBoost 0 is exactly no boost
+  EXPECT_FALSE(p.noiseReductionSet);  // 100: the automatic default
+  EXPECT_EQ(p.exposureShift, 1.0f);
+  EXPECT_EQ(p.highlightMode, 2);
+  EXPECT_EQ(p.preset, &newestRawPreset());
+  s.noiseReduction = 99;
+  s.shadowBoost = 50;
+  s.exposure = 2;
+  s.gamutMapping = false;
+  s.decoderVersion = "vng-1";
+  p = rawProcessingFor(s, true);
+  EXPECT_TRUE(p.noiseReductionSet);
+  EXPECT_FLOAT_EQ(p.luminanceNoiseReduction, 0.99f);
+  EXPECT_FLOAT_EQ(p.colorNoiseReduction, 0.99f);
+  EXPECT_FLOAT_EQ(p.boostAmount, 1.5f);
+  EXPECT_FLOAT_EQ(p.exposureShift, 4.0f);
+  EXPECT_GT(p.highlightPreserve, 0.0f);
+  EXPECT_EQ(p.highlightMode, 0);
+  EXPECT_FALSE(p.mapGamut);
+  EXPECT_EQ(p.preset->id, "vng-1");
+  // A sensor without a Bayer mosaic has no demosaic choice.
+  EXPECT_EQ(rawProcessingFor(s, false).preset, &newestRawPreset());
+  s.noiseReduction = std::nan("");
+  EXPECT_FALSE(rawProcessingFor(s, true).noiseReductionSet);
+}
+
+TEST(RawProcessing, ShadowLiftIsMonotonicAndLeavesHighlights) {
+  for (float b : {1.0f, 1.3f, 2.0f}) {
+    float previous = -1;
+    for (int i = 0; i <= 1000; ++i) {
+      float x = i / 1000.0f;
+      float y = shadowLift(x, b);
+      EXPECT_GE(y, previous) << b << " " << x;
+      EXPECT_GE(y, x);
+      previous = y;
+    }
+    EXPECT_EQ(shadowLift(0.75f, b), 0.75f);
+  }
+  EXPECT_NEAR(shadowLift(0.001f, 2.0f), 0.002f, 1e-5);
+}
+
+TEST(RawDevelopmentErrors, CodesThreeAndFour) {
+  test::TempDir dir;
+  test::writeFile(dir / "fake.nef", "this is not a raw file at all");
+  try {
+    ImageLoader::load(dir / "fake.nef");
+    ADD_FAILURE();
+  } catch (const ImageLoadError& e) {
+    EXPECT_EQ(e.code(), 3);
+    EXPECT_EQ(std::string(e.what()), "无法创建 RAW 解码器，系统可能不支持该相机格式：fake.nef");
+  }
+  EXPECT_TRUE(ImageLoader::rawDecoderOptions(dir / "fake.nef").empty());
+  // LibRaw 0.20 opens Deflate-compressed DNGs but cannot unpack them.
+  test::writeDng(dir / "deflate.dng", 64, 48, scene, 1, true);
+  try {
+    ImageLoader::load(dir / "deflate.dng");
+    ADD_FAILURE();
+  } catch (const ImageLoadError& e) {
+    EXPECT_EQ(e.code(), 4);
+    EXPECT_EQ(std::string(e.what()), "RAW 解码失败（所选解码器版本可能不受支持）：deflate.dng");
+  }
+}
+
+TEST(RawDevelopmentFiles, GenuineCameraFiles) {
+  auto lg = ImageLoader::load(test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng"));
+  EXPECT_TRUE(lg.isRAW);
+  EXPECT_EQ(lg.meta.camera, "LG-H815");
+  EXPECT_EQ(lg.meta.iso, 50);
+  EXPECT_EQ(lg.meta.takenAt, "2015:06:08 12:10:44");
+  EXPECT_DOUBLE_EQ(*lg.meta.fNumber, 1.8);
+  // A linear (already demosaiced) DNG has no demosaic choices.
+  auto options = ImageLoader::rawDecoderOptions(test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng"));
+  ASSERT_EQ(options.size(), 1u);
+  EXPECT_EQ(options[0].title, "最新");
+
+  auto kodak = ImageLoader::load(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"));
+  EXPECT_EQ(kodak.fileFormat, "RAW");
+  EXPECT_EQ(kodak.meta.camera, "Kodak DC120 ZOOM Digital Camera");
+  EXPECT_GT(kodak.pixelSize.width, 800);
+  auto means = test::channelMeans(*kodak.image);
+  EXPECT_GT(means[1], 0.01);  // a real picture, not black
+}
+
+}  // namespace
+}  // namespace vg
