@@ -15,6 +15,7 @@ const std::vector<Command>& allCommands() {
     append(list, lutCommands());
     append(list, curveCommands());
     append(list, recipeCommands());
+    append(list, infoCommands());
     return list;
   }();
   return all;

@@ -12,5 +12,6 @@ std::vector<Command> sidecarCommands();
 std::vector<Command> lutCommands();
 std::vector<Command> curveCommands();
 std::vector<Command> recipeCommands();
+std::vector<Command> infoCommands();
 
 }  // namespace vg::cli
