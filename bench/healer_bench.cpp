@@ -6,6 +6,8 @@
 //   (prefix reuse), against healing all eleven from scratch, on the
 //   24-megapixel frame and on a 2400 x 1600 preview. Both include the
 //   geometry copy and the write-back into the float frame.
+// - The same step through RenderEngine::render (heal stage, then a colour
+//   stage with one slider), as the preview sees it.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -19,6 +21,7 @@
 #include "render/heal_cache.h"
 #include "render/heal_stage.h"
 #include "render/healer.h"
+#include "render/render_engine.h"
 
 namespace {
 
@@ -139,5 +142,33 @@ BENCHMARK(BM_HealStage_ElevenFromScratch)
     ->Args({2400, 1600})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+void BM_HealRender_AddOneToTen(benchmark::State& state) {
+  const int width = int(state.range(0)), height = int(state.range(1));
+  const vg::Image& source = workingSource(width, height);
+  vg::EditDocument ten;
+  std::vector<vg::HealStroke> eleven = elevenStrokes();
+  ten.heals.assign(eleven.begin(), eleven.begin() + 10);
+  ten.adjustments.exposure = 0.3;
+  vg::EditDocument all = ten;
+  all.heals = eleven;
+  vg::RenderOptions options;
+  options.scale = double(width) / 6000.0;
+  options.sourceId = 1;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto engine = std::make_unique<vg::RenderEngine>();
+    engine->render(source, ten, {}, options);
+    state.ResumeTiming();
+    vg::Image out = engine->render(source, all, {}, options);
+    benchmark::DoNotOptimize(out.row(0));
+    state.PauseTiming();
+    out = vg::Image();
+    engine.reset();
+    state.ResumeTiming();
+  }
+}
+
+BENCHMARK(BM_HealRender_AddOneToTen)->Args({2400, 1600})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
