@@ -56,6 +56,12 @@ bool ImageExporter::sameFile(const std::filesystem::path& a, const std::filesyst
   return false;
 }
 
+void ImageExporter::preflight(const std::filesystem::path& destination, const Options& options) {
+  if (options.metadataSourceURL && sameFile(*options.metadataSourceURL, destination))
+    throw ExportError(ExportError::kWouldOverwriteSource, destination.string());
+  validate(options);
+}
+
 void ImageExporter::validate(const Options& options) {
   if (!std::isfinite(options.quality) || options.quality < 0.0 || options.quality > 1.0)
     throw ExportError(ExportError::kInvalidSettings, "quality out of range");
@@ -86,9 +92,7 @@ ImageExporter::Result ImageExporter::exportImage(const Image& image, const std::
 ImageExporter::Result ImageExporter::exportImage(BandSource& image, const std::filesystem::path& destination,
                                                  const Options& options, const std::function<bool()>& isCancelled) {
   // 1-2. Protect the source, validate.
-  if (options.metadataSourceURL && sameFile(*options.metadataSourceURL, destination))
-    throw ExportError(ExportError::kWouldOverwriteSource, destination.string());
-  validate(options);
+  preflight(destination, options);
   if (image.width() < 1 || image.height() < 1) throw ExportError(ExportError::kRenderFailed, "empty image");
 
   // 3-4. Resize and sharpen, as band stages over the source.

@@ -52,6 +52,10 @@ class ImageExporter : public ImageExporterTypes {
   static Result exportImage(const Image& image, const std::filesystem::path& destination, const Options& options,
                             const std::function<bool()>& isCancelled = {});
 
+  // Steps 1 and 2 alone (source protection, then validation), so a caller
+  // can refuse a bad export before it decodes or renders anything.
+  static void preflight(const std::filesystem::path& destination, const Options& options);
+
   // The pieces of the path above, for callers that need them on their own.
   static bool sameFile(const std::filesystem::path& a, const std::filesystem::path& b);
   // Throws ExportError code 4 when quality or longEdge are out of range.
