@@ -82,7 +82,9 @@ TEST(ExportFormats, EachFormatReadsBackWithItsSizeDepthAndProfile) {
     EXPECT_EQ(tiff.tiffCompression, int(c));
     EXPECT_EQ(tiff.icc, profileOf(OutputColorSpace::sRGB));
     // The predictor must not have corrupted the samples: the three files agree.
-    if (c != TIFFCompression::none) EXPECT_EQ(tiff.samples, test::readTiff(dir / "a1.tif").samples);
+    if (c != TIFFCompression::none) {
+      EXPECT_EQ(tiff.samples, test::readTiff(dir / "a1.tif").samples);
+    }
   }
 
   ImageExporter::exportImage(img, dir / "a.heic", optionsFor(ExportFormat::heic));
