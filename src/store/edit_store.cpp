@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 
 #include "model/json.h"
@@ -24,9 +22,27 @@ namespace fs = std::filesystem;
 constexpr std::string_view kDecodeFailedLog = "Verdantglass: sidecar 解码失败，已保留坏件副本 ";
 constexpr std::string_view kWriteFailedLog = "Verdantglass: sidecar 写入失败 ";
 
-bool isRegularFile(const fs::path& path) {
-  std::error_code ec;
-  return fs::is_regular_file(path, ec);
+// Reads a whole regular file. Anything else under a sidecar name (a folder,
+// a FIFO that would block the reader, a device) counts as unreadable.
+bool readRegularFile(const fs::path& path, std::string& bytes) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct stat info {};
+  bool ok = ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+  if (ok) bytes.reserve(size_t(info.st_size));
+  char buffer[65536];
+  while (ok) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n > 0) {
+      bytes.append(buffer, size_t(n));
+    } else if (n == 0) {
+      break;
+    } else if (errno != EINTR) {
+      ok = false;
+    }
+  }
+  ::close(fd);
+  return ok;
 }
 
 // Renames without replacing an existing file: a second corrupt copy within the
@@ -87,12 +103,7 @@ std::optional<EditDocument> EditStore::load(const fs::path& image) {
 
 std::optional<EditDocument> EditStore::readSidecar(const fs::path& file) {
   std::string bytes;
-  {
-    std::ifstream in(file, std::ios::binary);
-    if (!in || !isRegularFile(file)) return std::nullopt;  // unreadable: no sidecar, no report
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad()) return std::nullopt;
-  }
+  if (!readRegularFile(file, bytes)) return std::nullopt;  // unreadable: no sidecar, no report
 
   std::optional<EditDocument> doc = decodeEditDocument(std::string_view(bytes));
   const auto now = clock_.now();
