@@ -137,6 +137,9 @@ struct CurvesPrepared {
   // Four planar tables (master, red, green, blue) of lutMax + 2 floats, the
   // last entry repeated so that an interpolation never reads past the end.
   std::vector<float> master, red, green, blue;
+  // The same tables as (T[i], T[i + 1]) pairs, one 8-byte word per texel, so
+  // the fast path fetches both ends of an interval with one gathered load.
+  std::vector<double> masterPairs, redPairs, greenPairs, bluePairs;
 };
 CurvesPrepared prepare(const CurvesParams& p);
 

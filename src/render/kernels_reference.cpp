@@ -3,6 +3,7 @@
 // pixel at a time in float with the helpers of kernel_math.h.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "render/kernel_math.h"
 #include "render/kernels.h"
@@ -96,6 +97,17 @@ CurvesPrepared prepare(const CurvesParams& p) {
     c.blue[i] = p.row1 ? p.row1[i * 4 + 0] : float(i) / float(c.lutMax);
   }
   for (auto* t : {&c.master, &c.red, &c.green, &c.blue}) (*t)[n] = (*t)[n - 1];
+  auto pairs = [n](const std::vector<float>& t, std::vector<double>& out) {
+    out.resize(n);
+    for (size_t i = 0; i < n; ++i) {
+      float two[2] = {t[i], t[i + 1]};
+      std::memcpy(&out[i], two, sizeof two);
+    }
+  };
+  pairs(c.master, c.masterPairs);
+  pairs(c.red, c.redPairs);
+  pairs(c.green, c.greenPairs);
+  pairs(c.blue, c.bluePairs);
   return c;
 }
 
