@@ -16,6 +16,7 @@ const std::vector<Command>& allCommands() {
     append(list, curveCommands());
     append(list, recipeCommands());
     append(list, infoCommands());
+    append(list, presetCommands());
     return list;
   }();
   return all;

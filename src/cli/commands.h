@@ -13,5 +13,6 @@ std::vector<Command> lutCommands();
 std::vector<Command> curveCommands();
 std::vector<Command> recipeCommands();
 std::vector<Command> infoCommands();
+std::vector<Command> presetCommands();
 
 }  // namespace vg::cli
