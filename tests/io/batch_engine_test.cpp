@@ -92,7 +92,7 @@ TEST(BatchEngine, StatusTexts) {
 void runUntilSettled(ManualExecutor& main, BatchModel& model) {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (model.isRunning() && std::chrono::steady_clock::now() < deadline) {
-    main.waitAndRunReady(std::chrono::milliseconds(20));
+    if (main.runReady() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   main.runReady();
 }
@@ -164,7 +164,9 @@ TEST(BatchModel, CancelStopsBetweenFilesAndDropsLateResults) {
   BatchEngine::Config config;
   config.outputFolder = dir / "out";
   model.start(dir.path(), config);
-  while (model.completed() < 1) main.waitAndRunReady(std::chrono::milliseconds(20));
+  while (model.completed() < 1) {
+    if (main.runReady() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
   model.cancel();
   const int completedAtCancel = model.completed();
   EXPECT_EQ(model.phase().kind, BatchModel::Phase::Kind::cancelled);
