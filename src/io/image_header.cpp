@@ -60,7 +60,7 @@ std::optional<ImageDimensions> pngDimensions(std::ifstream& in) {
 std::optional<ImageDimensions> tiffDimensions(const std::filesystem::path& file) {
   TIFFSetWarningHandler(nullptr);
   TIFFSetErrorHandler(nullptr);
-  std::unique_ptr<TIFF, void (*)(TIFF*)> tif(TIFFOpen(file.c_str(), "rh"), TIFFClose);
+  std::unique_ptr<TIFF, void (*)(TIFF*)> tif(TIFFOpen(file.c_str(), "r"), TIFFClose);
   if (!tif) return std::nullopt;
   uint32_t w = 0, h = 0;
   if (!TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &w) ||
