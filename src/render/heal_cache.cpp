@@ -51,10 +51,11 @@ void HealCache::insert(const HealCacheKey& key, std::shared_ptr<const Image> ima
     }
   }
   const size_t size = image->byteSize();
-  if (size > byteBudget_) return;
   healCache_.push_back({key, std::move(image), size});
   healCacheBytes_ += size;
-  while (healCache_.size() > kMaxEntries || healCacheBytes_ > byteBudget_) {
+  // Oldest first, but never the entry just made: a banded render looks its
+  // frame up once per band, however large it is.
+  while (healCache_.size() > 1 && (healCache_.size() > kMaxEntries || healCacheBytes_ > byteBudget_)) {
     healCacheBytes_ -= healCache_.front().bytes;
     healCache_.pop_front();
   }

@@ -5,8 +5,10 @@
 // - healCache: healed, geometry-corrected images by HealCacheKey, in insertion
 //   order (healCacheOrder), bounded by kMaxEntries and by a byte budget
 //   (healCacheBytes <= kByteBudget, 512 MiB: about eight previews of 2400
-//   pixels, or one 24-megapixel frame beside a preview; a frame larger than
-//   the budget is not kept). The oldest entry is dropped first.
+//   pixels, or one 24-megapixel frame beside a preview). The oldest entry is
+//   dropped first, but the newest is always kept: a frame larger than the
+//   whole budget (a 100-megapixel export) stays alone until the next result
+//   replaces it, so that the bands of its render find it.
 // - healFailedKeys: requests whose healing failed (the bitmap could not be
 //   had); they are not tried again, the render goes on without healing. At
 //   most kMaxFailedKeys are remembered, oldest dropped first.

@@ -86,6 +86,22 @@ TEST(HealerEngine, AddingAStrokeReusesThePrefixWithTheSamePixels) {
   }
 }
 
+TEST(HealerEngine, BandedRendersHealTheWholeFrameOnce) {
+  const Image source = grainyPhoto(300, 400);
+  EditDocument doc;
+  doc.heals = strokes(6);
+  doc.adjustments.exposure = -0.2;
+  RenderOptions options;
+  options.sourceId = 5;
+  RenderEngine whole;
+  Image expected = whole.render(source, doc, {}, options);
+  RenderEngine banded;
+  banded.setWorkBudget(size_t(300) * 16 * RenderEngine::kWorkBuffers * 70);  // bands of 70 rows
+  Image out = banded.render(source, doc, {}, options);
+  EXPECT_TRUE(samePixels(out, expected)) << "every band sees the same healed frame";
+  EXPECT_EQ(banded.healCache().entryCount(), 1u);
+}
+
 TEST(HealerEngine, StrokesFollowTheCropAndTheRenderScale) {
   const Image source = grainyPhoto(400, 300);
   // A dark blemish at (0.3, 0.5) of the source.

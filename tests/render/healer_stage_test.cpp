@@ -227,10 +227,13 @@ TEST(HealCache, EvictsOldestFirstWithinTheByteBudget) {
   EXPECT_FALSE(cache.find(key(1)));
   EXPECT_TRUE(cache.find(key(2)));
   EXPECT_TRUE(cache.find(key(4)));
-  // A frame larger than the whole budget is not kept, and evicts nothing.
+  // A frame larger than the whole budget stays alone while it is the newest.
   cache.insert(key(9), std::make_shared<const Image>(400, 400), nullptr);
+  EXPECT_TRUE(cache.find(key(9)));
+  EXPECT_EQ(cache.entryCount(), 1u);
+  cache.insert(key(10), std::make_shared<const Image>(100, 100), nullptr);
   EXPECT_FALSE(cache.find(key(9)));
-  EXPECT_EQ(cache.entryCount(), 3u);
+  EXPECT_EQ(cache.bytes(), frameBytes);
   // The entry count is bounded too.
   HealCache roomy(lock, size_t(1) << 40);
   for (HealSourceId id = 1; id <= 20; ++id) roomy.insert(key(id), std::make_shared<const Image>(4, 4), nullptr);
