@@ -73,8 +73,10 @@ std::optional<LzfseError> walkBlocks(std::span<const uint8_t> stream, Visit visi
     } else if (info.magic == kMagicLzvn) {
       if (rest.size() < kLzvnHeaderSize) return LzfseError::truncated;
       info.nRaw = load32(rest.data() + 4);
-      if (info.nRaw == 0) return LzfseError::badHeader;
-      size = kLzvnHeaderSize + uint64_t(load32(rest.data() + 8));
+      const uint32_t nPayload = load32(rest.data() + 8);
+      // An instruction byte outputs at most 135.5 bytes (lrg_m: 2 bytes, 271).
+      if (info.nRaw == 0 || info.nRaw > uint64_t(nPayload) * 136) return LzfseError::badHeader;
+      size = kLzvnHeaderSize + uint64_t(nPayload);
     } else if (info.magic == kMagicV1 || info.magic == kMagicV2) {
       if (auto err = readLzfseHeader(rest, /*sizesOnly=*/true, info.lzfse)) return err;
       info.nRaw = info.lzfse.nRawBytes;

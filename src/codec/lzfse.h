@@ -11,7 +11,9 @@
 //   width x height). The decoder never writes or allocates more than that,
 //   and anything but exactly that many bytes is an error: more is
 //   `outputOverflow` (detected from block headers, before any work), fewer is
-//   `outputMismatch`.
+//   `outputMismatch`. A header claiming more than its block's triples or
+//   opcodes could ever produce is `badHeader`. The caller caps width x height
+//   itself: a stream of many tiny blocks can legitimately claim a lot.
 // - Any malformed input (truncated, corrupted, lying sizes, bad tables,
 //   distances before the start, missing end of stream) yields an error; the
 //   decoder never reads outside `stream`. Bytes after the end-of-stream block

@@ -160,6 +160,11 @@ std::optional<LzfseError> readLzfseHeader(std::span<const uint8_t> block, bool s
       h.nMatches > kMaxMatchesPerBlock) {
     return LzfseError::badHeader;
   }
+  // Every triple outputs at most kMaxL literals and a kMaxM match, and the
+  // literals come from the block's own: a larger size is a lie.
+  const uint64_t mostRaw = std::min(uint64_t(h.nMatches) * (kMaxL + kMaxM),
+                                    uint64_t(h.nLiterals) + uint64_t(h.nMatches) * kMaxM);
+  if (h.nRawBytes > mostRaw) return LzfseError::badHeader;
   if (h.blockSize() > block.size()) return LzfseError::truncated;
   return std::nullopt;
 }

@@ -3,6 +3,8 @@
 // caller's buffer). Run under ASan/UBSan by `make test-asan`.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "codec/lzfse.h"
 #include "codec/lzfse_bits.h"
 #include "lzfse_test_util.h"
@@ -160,16 +162,25 @@ TEST_F(LzfseCorruptV2, BitStreamPaddingAndUnderrun) {
 }
 
 TEST(LzfseCorrupt, LyingSizesFailBeforeAnyAllocation) {
-  // A raw block claiming 4 GiB (more than the stream holds); an LZFSE block
-  // claiming 4 GiB of output (more than the caller expects).
+  // A raw block claiming 4 GiB, more than the stream holds.
   Bytes raw = {'b', 'v', 'x', '-', 0xFF, 0xFF, 0xFF, 0xFF, 1, 2, 3, 'b', 'v', 'x', '$'};
   EXPECT_EQ(decodeLzfse(raw, 1000).error, LzfseError::truncated);
   EXPECT_EQ(decodeLzfse(raw, size_t(1) << 33).error, LzfseError::truncated);
+  // Blocks claiming more output than their triples or opcodes can make
+  // (3 triples: at most 3 x 2674 bytes; 623 opcode bytes: at most 84728).
   Bytes v2 = readBytes("lzfse/zeros_64x64.lzfse");
+  lzfse::store32(&v2[4], 3 * 2674 + 1);
+  EXPECT_EQ(decodeLzfse(v2, 3 * 2674 + 1).error, LzfseError::badHeader);
   lzfse::store32(&v2[4], 0xFFFFFFFF);
+  EXPECT_EQ(decodeLzfse(v2, 4096).error, LzfseError::badHeader);
+  Bytes lzvn = readBytes("lzfse/mixed_80x50.lzfse");
+  lzfse::store32(&lzvn[4], 623 * 136 + 1);
+  EXPECT_EQ(decodeLzfse(lzvn, 623 * 136 + 1).error, LzfseError::badHeader);
+  // More than the caller expects, in a plausible header: no allocation.
+  lzfse::store32(&v2[4], 7000);
   EXPECT_EQ(decodeLzfse(v2, 4096).error, LzfseError::outputOverflow);
   // Block sizes that add up to more than the stream.
-  Bytes lzvn = readBytes("lzfse/mixed_80x50.lzfse");
+  lzvn = readBytes("lzfse/mixed_80x50.lzfse");
   lzfse::store32(&lzvn[8], 0xFFFFFFF0);
   EXPECT_EQ(decodeLzfse(lzvn, 4000).error, LzfseError::truncated);
 }
@@ -177,11 +188,12 @@ TEST(LzfseCorrupt, LyingSizesFailBeforeAnyAllocation) {
 TEST(LzfseCorrupt, LzvnFraming) {
   // bvxn, n_raw, n_payload, payload, bvx$.
   auto lzvn = [](uint32_t nRaw, Bytes payload) {
-    Bytes s = {'b', 'v', 'x', 'n', 0, 0, 0, 0, 0, 0, 0, 0};
-    lzfse::store32(&s[4], nRaw);
-    lzfse::store32(&s[8], uint32_t(payload.size()));
-    s.insert(s.end(), payload.begin(), payload.end());
-    s.insert(s.end(), {'b', 'v', 'x', '$'});
+    Bytes s(12 + payload.size() + 4);
+    std::memcpy(s.data(), "bvxn", 4);
+    lzfse::store32(s.data() + 4, nRaw);
+    lzfse::store32(s.data() + 8, uint32_t(payload.size()));
+    std::copy(payload.begin(), payload.end(), s.begin() + 12);
+    std::memcpy(s.data() + 12 + payload.size(), "bvx$", 4);
     return s;
   };
   const Bytes eos = {0x06, 0, 0, 0, 0, 0, 0, 0};
