@@ -10,7 +10,10 @@ namespace vg::lzfse {
 
 namespace {
 
-constexpr int kHashBits = 15;
+// Hash table of up to 2^15 buckets, smaller for small inputs (it is cleared
+// for every call).
+constexpr int kMaxHashBits = 15;
+constexpr int kMinHashBits = 8;
 constexpr int kWays = 4;
 constexpr uint32_t kEmpty = 0xFFFFFFFFu;
 // Lazy evaluation is skipped for matches at least this long: they rarely
@@ -20,9 +23,6 @@ constexpr uint32_t kLazyLimit = 32;
 constexpr uint32_t kIndexedHead = 16;
 constexpr uint32_t kIndexedTail = 32;
 
-inline uint32_t hash4(const uint8_t* p) {
-  return (load32(p) * 2654435761u) >> (32 - kHashBits);
-}
 
 // Length of the common prefix of a and b, at most `limit`.
 inline uint32_t commonLength(const uint8_t* a, const uint8_t* b, uint32_t limit) {
@@ -47,8 +47,9 @@ class Finder {
       : data_(data.data()),
         size_(uint32_t(data.size())),
         limits_(limits),
-        table_(std::make_unique<uint32_t[]>(size_t(kWays) << kHashBits)) {
-    std::fill(table_.get(), table_.get() + (size_t(kWays) << kHashBits), kEmpty);
+        hashBits_(std::clamp(int(std::bit_width(data.size())), kMinHashBits, kMaxHashBits)),
+        table_(std::make_unique<uint32_t[]>(size_t(kWays) << hashBits_)) {
+    std::fill(table_.get(), table_.get() + (size_t(kWays) << hashBits_), kEmpty);
   }
 
   // Positions whose 4 bytes can be hashed: [0, hashEnd()).
@@ -93,7 +94,12 @@ class Finder {
   const uint8_t* data_;
   uint32_t size_;
   MatchLimits limits_;
+  int hashBits_;
   std::unique_ptr<uint32_t[]> table_;
+
+  uint32_t hash4(const uint8_t* p) const {
+    return (load32(p) * 2654435761u) >> (32 - hashBits_);
+  }
 };
 
 }  // namespace
