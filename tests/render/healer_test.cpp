@@ -246,6 +246,20 @@ TEST(Healer, RemovesAPaintedBlemishFromTexture) {
   EXPECT_EQ(discError(*healed, clean, 40, 40, 30), 0.0);
 }
 
+TEST(Healer, TinyBitmapsAndExtremeStrokesStayInBounds) {
+  const double nan = std::nan("");
+  std::vector<Healer::Stroke> strokes{{{{0, 0}, {1, 1}, {1, 0}, {0, 1}}, 4.0},
+                                      {{{0.5, 0.5}, {nan, 0.2}, {0.999, 0.001}}, 0.0},
+                                      {{{1e6, -1e6}, {-1e6, 1e6}}, 1.0}};
+  for (auto [w, h] : {std::pair{0, 0}, {1, 1}, {2, 3}, {7, 7}, {40, 9}, {9, 40}}) {
+    Bitmap b = texture(w, h);
+    std::optional<Bitmap> healed = Healer::heal(b, strokes);
+    ASSERT_TRUE(healed) << w << "x" << h;
+    EXPECT_EQ(healed->pixels.size(), b.pixels.size());
+    EXPECT_EQ(*healed, *Healer::heal(b, strokes));
+  }
+}
+
 TEST(Healer, DeterministicAndPrefixSplittable) {
   Bitmap b = texture(300, 260);
   std::vector<Healer::Stroke> strokes{line(0.2, 0.3, 0.45, 0.35, 0.04), line(0.6, 0.7, 0.62, 0.4, 0.03),
