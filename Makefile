@@ -30,7 +30,10 @@ build: deps configure
 	cmake --build build -j $(JOBS)
 
 run: build
-	./build/bin/verdantglass-cli --help
+	@mkdir -p out
+	@./build/bin/verdantglass-cli export samples/rocket.jpg --recipe samples/sample-recipe.json \
+	  -o out/rocket-edited.jpg >/dev/null
+	@echo "Exported samples/rocket.jpg through samples/sample-recipe.json to $(CURDIR)/out/rocket-edited.jpg"
 
 test: build
 	cd build && ctest --output-on-failure -j $(JOBS) --timeout 600

@@ -14,5 +14,6 @@ std::vector<Command> curveCommands();
 std::vector<Command> recipeCommands();
 std::vector<Command> infoCommands();
 std::vector<Command> presetCommands();
+std::vector<Command> exportCommands();
 
 }  // namespace vg::cli

@@ -205,7 +205,7 @@ ExportMetadata ExportMetadata::fromSource(const std::filesystem::path& source, b
     d.dpiX = scaled(dpi.x);
     d.dpiY = scaled(dpi.y);
     auto rational = [](double v) {
-      return Exiv2::Rational(int32_t(std::min(v, 2147483647.0)), 1);
+      return Exiv2::URational(uint32_t(std::min(v, 4294967295.0)), 1);
     };
     d.exif["Exif.Image.XResolution"] = rational(*d.dpiX);
     d.exif["Exif.Image.YResolution"] = rational(*d.dpiY);

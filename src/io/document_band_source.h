@@ -1,0 +1,54 @@
+// DocumentBandSource: a recipe rendered on demand, band by band, as the
+// exporter pulls it (band_source.h). The picture is the same as
+// renderDocument() gives at render scale 1, within the render engine's
+// sub-rectangle tolerance; only the band being encoded is ever held.
+//
+// Set-up (constructor): the geometry and output rectangle of the recipe; the
+// mask images of the active layers, rasterised once over the output frame
+// (layers that read the colour stage get it computed once, whole); mask
+// errors are logged and listed in maskErrors(), as renderDocument does.
+// Band coordinates are relative to the output rectangle's top-left corner.
+//
+// opaque(): every recipe covers its frame with source pixels except lens
+// distortion, which can pull in transparent edges; with distortion the
+// source reports non-opaque so formats with alpha keep it.
+//
+// The engine and source must outlive the band source.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/document.h"
+#include "render/band_source.h"
+#include "render/geometry.h"
+#include "render/mask_rasterizer.h"
+#include "render/render_engine.h"
+
+namespace vg {
+
+class DocumentBandSource final : public BandSource {
+ public:
+  DocumentBandSource(RenderEngine& engine, const Image& source, EditDocument recipe);
+
+  int width() const override { return output_.width; }
+  int height() const override { return output_.height; }
+  bool opaque() const override { return opaque_; }
+  Image renderBand(const Rect& rect) override;
+
+  const std::vector<std::string>& maskErrors() const { return maskErrors_; }
+
+ private:
+  RenderEngine& engine_;
+  const Image& source_;
+  EditDocument recipe_;
+  Rect output_;
+  bool opaque_ = true;
+  MaskImageCache maskCache_;
+  MaskImages masks_;
+  std::optional<ColorStage> colorStage_;
+  std::vector<std::string> maskErrors_;
+};
+
+}  // namespace vg
