@@ -8,6 +8,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <stdexcept>
 #include <vector>
 
 #include "render/srgb.h"
@@ -96,23 +97,25 @@ Healer::Bitmap encodeHealBitmap(const Image& image) {
   return bitmap;
 }
 
-void writeBackHealed(const Healer::Bitmap& bitmap, Image& image, std::span<const Rect> regions) {
+void writeBackHealed(const Healer::Bitmap& bitmap, Image& image, const Healer::ForbiddenMask& mayHaveChanged) {
   const Rect& b = image.bounds();
-  const Rect whole{0, 0, std::min(b.width, bitmap.width), std::min(b.height, bitmap.height)};
+  if (bitmap.width != b.width || bitmap.height != b.height || mayHaveChanged.pixelCount != bitmap.pixelCount()) {
+    throw std::invalid_argument("writeBackHealed: bitmap, image and mask sizes differ");
+  }
   const Srgb8Tables& t = tables();
-  for (const Rect& region : regions) {
-    const Rect r = region.intersected(whole);
-    for (int y = r.y; y < r.bottom(); ++y) {
-      float* dst = image.at(b.x + r.x, b.y + y);
-      const uint8_t* healed = bitmap.at(r.x, y);
-      for (int x = 0; x < r.width; ++x, dst += 4, healed += 4) {
-        uint8_t current[4];
-        encodePixel(t, dst, current);
-        if (std::equal(current, current + 4, healed)) continue;
-        float a = healed[3] / 255.0f;
-        for (int c = 0; c < 3; ++c) dst[c] = t.decoded[healed[c]] * a;
-        dst[3] = a;
-      }
+  const size_t width = size_t(bitmap.width);
+  for (size_t w = 0; w < mayHaveChanged.words.size(); ++w) {
+    for (uint64_t bits = mayHaveChanged.words[w]; bits != 0; bits &= bits - 1) {
+      const size_t i = w * 64 + size_t(std::countr_zero(bits));
+      const int x = int(i % width), y = int(i / width);
+      float* dst = image.at(b.x + x, b.y + y);
+      const uint8_t* healed = bitmap.at(x, y);
+      uint8_t current[4];
+      encodePixel(t, dst, current);
+      if (std::equal(current, current + 4, healed)) continue;
+      float a = healed[3] / 255.0f;
+      for (int c = 0; c < 3; ++c) dst[c] = t.decoded[healed[c]] * a;
+      dst[3] = a;
     }
   }
 }

@@ -8,15 +8,16 @@
 // Bitmap pixel (0, 0) is the image's top-left pixel, wherever its bounds start.
 //
 // writeBackHealed: only pixels the healer changed are touched, so everything
-// else keeps its full float precision (over-white values included). Within the
-// given regions (bitmap coordinates, clipped), a pixel whose bitmap bytes
-// differ from the encoding of its current float value is replaced by the
-// decoded bitmap pixel, premultiplied again. Because decoding a code and
+// else keeps its full float precision (over-white values included). Among the
+// pixels marked in `mayHaveChanged` (one bit per bitmap pixel, laid out like
+// the healer's forbidden set: the heal stage marks every dab's disc), a pixel
+// whose bitmap bytes differ from the encoding of its current float value is
+// replaced by the decoded bitmap pixel, premultiplied again. Each pixel is
+// looked at once however many dabs cover it. Because decoding a code and
 // encoding it again gives the same code, writing back twice changes nothing.
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 #include "render/healer.h"
 #include "render/image.h"
@@ -33,6 +34,6 @@ float decodeSrgb8(uint8_t code);
 void encodeHealPixel(const float* premultiplied, uint8_t* out);
 
 Healer::Bitmap encodeHealBitmap(const Image& image);
-void writeBackHealed(const Healer::Bitmap& bitmap, Image& image, std::span<const Rect> regions);
+void writeBackHealed(const Healer::Bitmap& bitmap, Image& image, const Healer::ForbiddenMask& mayHaveChanged);
 
 }  // namespace vg

@@ -15,13 +15,6 @@ namespace vg {
 
 namespace {
 
-// Pixels a dab may change: its disc's bounding box, one pixel of slack.
-Rect dabBox(const Healer::Dab& dab) {
-  int x0 = int(std::floor(dab.cx - dab.radius)) - 1, y0 = int(std::floor(dab.cy - dab.radius)) - 1;
-  int x1 = int(std::ceil(dab.cx + dab.radius)) + 1, y1 = int(std::ceil(dab.cy + dab.radius)) + 1;
-  return {x0, y0, x1 - x0, y1 - y0};
-}
-
 uint64_t mix(uint64_t h, uint64_t v) {
   // splitmix64 finaliser over the running value
   h ^= v + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
@@ -104,10 +97,11 @@ std::shared_ptr<const Image> runHealStage(HealCache& cache, const HealStageReque
 
   if (!Healer::healInPlace(bitmap, strokes, alreadyApplied, request.token)) return nullptr;
 
-  std::vector<Rect> touched;
+  // The healer changes only pixels within a dab's radius; one pixel of slack.
+  Healer::ForbiddenMask touched(bitmap.pixelCount());
   for (const Healer::Stroke& stroke : strokes) {
     for (const Healer::Dab& dab : Healer::strokeDabs(stroke, bitmap.width, bitmap.height)) {
-      touched.push_back(dabBox(dab));
+      touched.markDisc(bitmap.width, bitmap.height, dab.cx, dab.cy, dab.radius + 1.0);
     }
   }
   writeBackHealed(bitmap, frame, touched);

@@ -77,7 +77,9 @@ TEST(HealBitmap, WriteBackTouchesOnlyHealedPixels) {
   EXPECT_EQ(bitmap.at(0, 0)[3], 128);
 
   bitmap.at(2, 1)[1] = 40;  // the healer changed one pixel
-  writeBackHealed(bitmap, img, std::vector<Rect>{Rect{0, 0, 4, 2}});
+  Healer::ForbiddenMask all(bitmap.pixelCount());
+  for (size_t i = 0; i < all.pixelCount; ++i) all.set(i);
+  writeBackHealed(bitmap, img, all);
   EXPECT_EQ(img.at(10, 20)[0], 1.7f) << "unchanged pixels keep their float value";
   EXPECT_EQ(img.at(11, 21)[1], 0.2f * 0.5f);
   const float a = 128 / 255.0f;
@@ -85,7 +87,12 @@ TEST(HealBitmap, WriteBackTouchesOnlyHealedPixels) {
   EXPECT_FLOAT_EQ(img.at(12, 21)[3], a);
   // Writing back again changes nothing more.
   Image again = img.clone();
-  writeBackHealed(bitmap, again, std::vector<Rect>{Rect{-5, -5, 20, 20}});
+  writeBackHealed(bitmap, again, all);
+  EXPECT_TRUE(samePixels(img, again));
+  // Pixels left out of the mask are not looked at.
+  bitmap.at(0, 0)[0] = 3;
+  Healer::ForbiddenMask none(bitmap.pixelCount());
+  writeBackHealed(bitmap, again, none);
   EXPECT_TRUE(samePixels(img, again));
 }
 
