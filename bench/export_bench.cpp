@@ -172,3 +172,73 @@ void ConvertRow(benchmark::State& state) {
 BENCHMARK(ConvertRow)->Arg(8)->Arg(16);
 
 }  // namespace
+
+// The whole export as the command line runs it: decode a 24 MP camera JPEG,
+// render a typical recipe (exposure +0.5, contrast 20, saturation 15,
+// vignette, sharpening) band by band, write JPEG quality 0.9 with the
+// source's metadata. Run it alone (--benchmark_filter=ExportWholeProcess24MP)
+// for a meaningful peak-memory figure.
+#include <malloc.h>
+
+#include "io/document_band_source.h"
+#include "io/image_loader.h"
+
+namespace {
+
+vg::EditDocument typicalRecipe() {
+  vg::EditDocument doc;
+  doc.adjustments.exposure = 0.5;
+  doc.adjustments.contrast = 20;
+  doc.adjustments.saturation = 15;
+  doc.adjustments.vignetteAmount = -25;
+  doc.adjustments.sharpen = 40;
+  return doc;
+}
+
+void exportWhole(const std::filesystem::path& input, const std::filesystem::path& output,
+                 const std::optional<int64_t>& longEdge = std::nullopt) {
+  vg::EditDocument recipe = typicalRecipe();
+  auto loaded = vg::ImageLoader::load(input, recipe.raw);
+  vg::RenderEngine engine;
+  vg::DocumentBandSource picture(engine, *loaded.image, recipe);
+  ImageExporter::Options o;
+  o.metadataSourceURL = input;
+  o.longEdge = longEdge;
+  ImageExporter::exportImage(picture, output, o);
+}
+
+void ExportWholeProcess24MP(benchmark::State& state) {
+  // As verdantglass-cli export sets the allocator (export_commands.cpp).
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  const std::filesystem::path input = sharedTestFile("jpeg/sony-alpha-6000.jpg");
+  if (input.empty()) {
+    state.SkipWithError("../shared/testdata/jpeg/sony-alpha-6000.jpg is not here");
+    return;
+  }
+  auto out = benchOut("vg-bench-whole.jpg");
+  for (auto _ : state) exportWhole(input, out);
+  state.counters["peakRSS_MiB"] = peakRssMiB();
+  std::filesystem::remove(out);
+}
+BENCHMARK(ExportWholeProcess24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+
+// 100 megapixels in (a 12,240 x 8,160 JPEG made once from a synthetic
+// picture), the same recipe, full-size JPEG out.
+void ExportWholeProcess100MP(benchmark::State& state) {
+  auto input = benchOut("vg-bench-100mp-source.jpg");
+  if (!std::filesystem::exists(input)) {
+    SyntheticBands source(12240, 8160);
+    ImageExporter::Options o;
+    o.includeMetadata = false;
+    ImageExporter::exportImage(source, input, o);
+  }
+  auto out = benchOut("vg-bench-100mp.jpg");
+  for (auto _ : state) exportWhole(input, out);
+  state.counters["peakRSS_MiB"] = peakRssMiB();
+  std::filesystem::remove(out);
+  std::filesystem::remove(input);
+}
+BENCHMARK(ExportWholeProcess100MP)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+}  // namespace

@@ -1,5 +1,7 @@
 // verdantglass-cli export: renders an image through its recipe at full
 // resolution and writes it with the exporter, exactly as the export sheet does.
+#include <malloc.h>
+
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -46,7 +48,18 @@ std::optional<int64_t> parseInteger(const std::string& text) {
   return v;
 }
 
+// An export allocates and frees a band of float pixels (up to ~25 MB) many
+// times over. glibc's defaults hand such blocks back to the kernel on every
+// free and fault them in again (measured: a third of a 24 MP export's CPU
+// time in page faults); keeping them in the heap makes the reuse free. This is
+// a one-shot process, so the retained memory is returned at exit.
+void keepBandsInTheHeap() {
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
+}
+
 int runExport(const ParsedArgs& args, Io& io) {
+  keepBandsInTheHeap();
   const fs::path image = args.positionals.at(0);
   const std::optional<std::string> out = args.value("output");
   if (!out || out->empty()) return usage(io, "export needs -o OUT");
