@@ -4,8 +4,12 @@
 #include <system_error>
 #include <unordered_set>
 
+#include "io/document_band_source.h"
+#include "io/image_exporter.h"
 #include "io/image_formats.h"
 #include "io/image_header.h"
+#include "io/image_loader.h"
+#include "render/render_engine.h"
 #include "store/edit_store.h"
 
 namespace vg {
@@ -135,6 +139,34 @@ EditDocument BatchEngine::recipeFor(const std::filesystem::path& source, const C
   }
   if (config.preset) doc = applyPreset(doc, *config.preset, config.strength);
   return doc;
+}
+
+bool BatchEngine::process(const std::filesystem::path& source, const Config& config,
+                          const std::function<bool()>& isCancelled, EditStore* store, RenderEngine& engine) {
+  auto checkCancelled = [&] {
+    if (isCancelled && isCancelled()) throw BatchCancelled();
+  };
+  const auto output = outputURL(source, config);
+  if (ImageExporter::sameFile(source, output)) throw BatchError(1, "输出位置不能覆盖原图");
+  std::error_code ec;
+  if (config.skipExisting && std::filesystem::exists(output, ec)) return false;
+  checkCancelled();
+
+  EditDocument recipe = recipeFor(source, config, store);
+  ImageLoader::Loaded loaded = ImageLoader::load(source, recipe.raw);
+  checkCancelled();
+
+  DocumentBandSource picture(engine, *loaded.image, std::move(recipe));
+  checkCancelled();
+
+  std::filesystem::create_directories(config.outputFolder, ec);
+  ExportOptions options = config.options;
+  options.metadataSourceURL = source;
+  auto result = ImageExporter::exportImage(picture, output, options, [&] {
+    return isCancelled && isCancelled();
+  });
+  if (result == ImageExporter::Result::cancelled) throw BatchCancelled();
+  return true;
 }
 
 std::string BatchEngine::failureMessage(const std::filesystem::path& source,

@@ -36,6 +36,7 @@
 namespace vg {
 
 class EditStore;
+class RenderEngine;
 
 // A failure of the batch itself (not of one file): domain "Verdantglass.Batch".
 class BatchError : public std::runtime_error {
@@ -95,6 +96,21 @@ class BatchEngine {
   // there is one) with the preset laid over it at the configured strength.
   static EditDocument recipeFor(const std::filesystem::path& source, const Config& config,
                                 EditStore* store);
+
+  // Develops one file: true when written, false when skipped because the
+  // output exists (and skipExisting is set).
+  //  1. an output that names the source itself fails with BatchError(1,
+  //     "输出位置不能覆盖原图") (same rule as the exporter: resolved paths or
+  //     file identity);
+  //  2. the recipe (recipeFor), the source loaded with its RAW settings;
+  //  3. rendered at full resolution in bands and exported with the config's
+  //     options, metadata from the source, into the output folder (created
+  //     when missing).
+  // Cancellation is checked between load, render and export and inside the
+  // export; a cancelled file throws BatchCancelled and leaves no output.
+  // Loader and exporter errors pass through unchanged.
+  static bool process(const std::filesystem::path& source, const Config& config,
+                      const std::function<bool()>& isCancelled, EditStore* store, RenderEngine& engine);
 
   // The message of one file's failure: "<file name>：<description>".
   static std::string failureMessage(const std::filesystem::path& source, std::string_view description);

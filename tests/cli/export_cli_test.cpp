@@ -27,8 +27,8 @@ Run run(std::vector<std::string> args) {
 class ExportCli : public ::testing::Test {
  protected:
   void SetUp() override {
-    // No saved recipes leak in from (or out to) the user's own data folder.
-    setenv("VERDANTGLASS_DATA_DIR", (dir / "data").c_str(), 1);
+    // The binary's support folder is a scratch folder (sidecar_commands_test.cpp),
+    // so no saved recipe leaks in from the user's own data folder.
     source = dir / "photo.jpg";
     std::filesystem::copy_file(test::dataPath("jpeg/test-issue-6.jpg"), source);
   }

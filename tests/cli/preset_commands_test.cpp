@@ -1,27 +1,28 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdlib>
 #include <sstream>
 
 #include "cli/command.h"
 #include "store/filter_preset.h"
 #include "store/preset_library.h"
+#include "store/support_folder.h"
 #include "support/test_support.h"
 
 namespace vg::cli {
 namespace {
 
 TEST(PresetsCommand, ListsBuiltInsThenUserPresets) {
-  test::TempDir dir;
-  ::setenv("VERDANTGLASS_DATA_DIR", dir.path().c_str(), 1);
-  PresetLibrary(dir / "Presets").saveNew("我的", {}, std::nullopt);
+  // The test binary points the support folder at a scratch folder.
+  PresetLibrary library(supportFolder() / "Presets");
+  auto saved = library.saveNew("我的", {}, std::nullopt);
+  ASSERT_TRUE(saved.preset);
 
   std::vector<std::string> args{"presets"};
   std::istringstream in;
   std::ostringstream out, err;
   ASSERT_EQ(runCli(args, {in, out, err}), kExitOk) << err.str();
-  ::unsetenv("VERDANTGLASS_DATA_DIR");
+  library.remove(saved.preset->id);
 
   auto list = nlohmann::json::parse(out.str());
   ASSERT_TRUE(list.is_array());
