@@ -3,7 +3,8 @@
 #
 #   make run        build, then export the sample photograph (the main job)
 #   make test       build and run every test through CTest
-#   make bench      build and run the benchmarks
+#   make bench      build and run the benchmarks, then the peer comparison
+#   make bench-peers   only the whole-process comparison with peer tools
 #   make test-asan  the tests again under AddressSanitizer + UndefinedBehaviorSanitizer
 #   make test-tsan  the tests again under ThreadSanitizer (TSAN_TARGETS limits what is built)
 #   make fuzz       build the libFuzzer targets (clang) into build-fuzz/bin
@@ -16,7 +17,7 @@ LAUNCHER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPIL
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := true
 
-.PHONY: deps configure build run test bench test-asan test-tsan fuzz fuzz-run clean
+.PHONY: deps configure build run test bench bench-peers test-asan test-tsan fuzz fuzz-run clean
 
 deps:
 	@./scripts/install-deps.sh
@@ -40,6 +41,11 @@ test: build
 
 bench: build
 	./build/bin/vg_bench --benchmark_counters_tabular=true $(BENCH_ARGS)
+	./bench/peers_compare.sh $(PEER_RUNS)
+
+# Only the whole-process comparison with the peer tools (export and batch).
+bench-peers: build
+	./bench/peers_compare.sh $(PEER_RUNS)
 
 build-asan/build.ninja: | deps
 	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVG_SANITIZE=ON -DVG_BENCH=OFF $(LAUNCHER)
