@@ -48,16 +48,6 @@ std::string foldCase(std::string_view utf8) {
   return out;
 }
 
-std::string_view extensionFor(ExportFormat format) {
-  switch (format) {
-    case ExportFormat::jpeg: return "jpg";
-    case ExportFormat::heic: return "heic";
-    case ExportFormat::png: return "png";
-    case ExportFormat::tiff: return "tiff";
-  }
-  return "jpg";
-}
-
 }  // namespace
 
 std::string BatchEngine::sanitizedSuffix(std::string_view suffix) {
@@ -104,7 +94,7 @@ std::vector<std::filesystem::path> BatchEngine::scanFolder(const std::filesystem
 
 std::filesystem::path BatchEngine::outputURL(const std::filesystem::path& source, const Config& config) {
   std::string name = source.stem().string() + sanitizedSuffix(config.nameSuffix) + "." +
-                     std::string(extensionFor(config.options.format));
+                     std::string(defaultExtension(config.options.format));
   return config.outputFolder / name;
 }
 

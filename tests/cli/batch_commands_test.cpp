@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/cli_run.h"
 #include "cli/command.h"
 #include "io/image_loader.h"
 #include "support/test_support.h"
@@ -13,17 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Run {
-  int code;
-  std::string out, err;
-};
-
-Run run(std::vector<std::string> args) {
-  std::istringstream in;
-  std::ostringstream out, err;
-  int code = runCli(args, {in, out, err});
-  return {code, out.str(), err.str()};
-}
+using Run = CliRun;
+Run run(std::vector<std::string> args, const std::string& input = {}) { return runTool(std::move(args), input); }
 
 class BatchCli : public ::testing::Test {
  protected:

@@ -4,22 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "cli/cli_run.h"
 #include "cli/command.h"
 
 namespace vg::cli {
 namespace {
 
-struct Run {
-  int code;
-  std::string out, err;
-};
-
-Run run(std::vector<std::string> args, std::string input = {}) {
-  std::istringstream in(input);
-  std::ostringstream out, err;
-  int code = runCli(args, {in, out, err});
-  return {code, out.str(), err.str()};
-}
+using Run = CliRun;
+Run run(std::vector<std::string> args, const std::string& input = {}) { return runTool(std::move(args), input); }
 
 TEST(CliDispatch, HelpAndVersionSucceedOnStdout) {
   auto help = run({"--help"});

@@ -6,23 +6,15 @@
 #include <sstream>
 
 #include "../io/export_readback.h"
+#include "cli/cli_run.h"
 #include "cli/command.h"
 #include "support/test_support.h"
 
 namespace vg::cli {
 namespace {
 
-struct Run {
-  int code;
-  std::string out, err;
-};
-
-Run run(std::vector<std::string> args) {
-  std::istringstream in;
-  std::ostringstream out, err;
-  int code = runCli(args, {in, out, err});
-  return {code, out.str(), err.str()};
-}
+using Run = CliRun;
+Run run(std::vector<std::string> args, const std::string& input = {}) { return runTool(std::move(args), input); }
 
 class ExportCli : public ::testing::Test {
  protected:

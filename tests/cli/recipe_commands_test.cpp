@@ -4,23 +4,15 @@
 
 #include <sstream>
 
+#include "cli/cli_run.h"
 #include "cli/command.h"
 #include "support/test_support.h"
 
 namespace vg::cli {
 namespace {
 
-struct Run {
-  int code;
-  std::string out, err;
-};
-
-Run run(std::vector<std::string> args, std::string input = {}) {
-  std::istringstream in(input);
-  std::ostringstream out, err;
-  int code = runCli(args, {in, out, err});
-  return {code, out.str(), err.str()};
-}
+using Run = CliRun;
+Run run(std::vector<std::string> args, const std::string& input = {}) { return runTool(std::move(args), input); }
 
 TEST(RecipeNormalize, RepairsAndReencodesFromStdin) {
   const auto r = run({"recipe", "normalize"},

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "cli/cli_run.h"
 #include "cli/command.h"
 #include "model/json.h"
 #include "store/edit_store.h"
@@ -29,17 +30,8 @@ class ScratchDataFolder : public ::testing::Environment {
 };
 [[maybe_unused]] auto* const gScratch = ::testing::AddGlobalTestEnvironment(new ScratchDataFolder);
 
-struct Run {
-  int code;
-  std::string out, err;
-};
-
-Run run(std::vector<std::string> args) {
-  std::istringstream in;
-  std::ostringstream out, err;
-  int code = runCli(args, {in, out, err});
-  return {code, out.str(), err.str()};
-}
+using Run = CliRun;
+Run run(std::vector<std::string> args, const std::string& input = {}) { return runTool(std::move(args), input); }
 
 fs::path editsFolder() { return fs::path(std::getenv("VERDANTGLASS_DATA_DIR")) / "Edits"; }
 
