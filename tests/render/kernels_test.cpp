@@ -432,5 +432,21 @@ TEST(Kernels, CurvesInterpolateBetweenTexelCentres) {
   EXPECT_NEAR(run1(&curves, p, {1.0f, 1.0f, 2.0f, 1})[2], 1.0f, 1e-6f);  // 1023 is odd: master gives 1
 }
 
+TEST(Kernels, LensDistortionMapsRadially) {
+  float sx, sy;
+  lensDistortionSource({0.0f, 50, 40, 64, 100, 80}, 10.5f, 7.5f, sx, sy);
+  EXPECT_EQ(sx, 10.5f);
+  EXPECT_EQ(sy, 7.5f);
+  // Positive amounts read further out (the edges are pulled in); the centre stays.
+  lensDistortionSource({0.3f, 50, 40, 64, 100, 80}, 50, 40, sx, sy);
+  EXPECT_EQ(sx, 50.0f);
+  lensDistortionSource({0.3f, 50, 40, 64, 100, 80}, 50 + 64, 40, sx, sy);
+  EXPECT_NEAR(sx, 50 + 64 * 1.3f, 1e-4f);
+  EXPECT_EQ(sy, 40.0f);
+  // A radius below 1 counts as 1.
+  lensDistortionSource({1.0f, 0, 0, 0.25f, 0, 0}, 2, 0, sx, sy);
+  EXPECT_NEAR(sx, 2 * (1 + 4.0f), 1e-5f);
+}
+
 }  // namespace
 }  // namespace vg::kernels
