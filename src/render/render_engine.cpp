@@ -102,43 +102,47 @@ Stage blurStage(double sigma, std::function<void(const kernels::KernelRow&)> ker
       blurReach(sigma));
 }
 
-// ------------------------------------------------------------ clarity low-pass
-// The wide low-pass of clarity at 12 % size: a box reduction on a grid
-// anchored to the output rectangle's origin (so every region sees the same
-// cells), a clamped Gaussian of sigma 8 s at that size, and a bilinear
-// enlargement back.
-Image clarityLowPass(const Image& image, const Rect& outputRect, double s) {
+// ------------------------------------------------------------ reduced-size low-passes
+// Wide low-passes (clarity's, and dehaze's dark channel) are computed on a
+// reduced grid: a box reduction by `scale` on cells anchored to the output
+// rectangle's origin (so every region and band sees the same cells), a
+// clamped Gaussian at that size, and a bilinear enlargement back, made row by
+// row as the kernel consumes it (no full-size buffer).
+
+struct Span {
+  int first = 0;
+  std::vector<float> w;
+};
+
+// Area weights of full-resolution columns (or rows) [lo, hi) per cell.
+std::vector<Span> cellSpans(int count, int firstCell, int origin, double cell, int lo, int hi) {
+  std::vector<Span> out(static_cast<size_t>(count));
+  for (int c = 0; c < count; ++c) {
+    double a = std::max<double>(lo, origin + (firstCell + c) * cell);
+    double e = std::min<double>(hi, origin + (firstCell + c + 1) * cell);
+    Span& sp = out[size_t(c)];
+    sp.first = int(std::floor(a));
+    double sum = 0;
+    for (int p = sp.first; p < e; ++p) {
+      double w = std::max(0.0, std::min(e, p + 1.0) - std::max(a, double(p)));
+      sp.w.push_back(float(w));
+      sum += w;
+    }
+    for (float& w : sp.w) w = float(w / std::max(sum, 1e-12));
+  }
+  return out;
+}
+
+// The box reduction of `image` (or of its minimum component, in r, g and b).
+Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, bool darkChannel) {
   const Rect b = image.bounds();
-  const double cell = 1.0 / kClarityScale;
-  auto cellOf = [&](double x, int origin) { return int(std::floor((x - origin) * kClarityScale)); };
+  const double cell = 1.0 / scale;
+  auto cellOf = [&](double x, int origin) { return int(std::floor((x - origin) * scale)); };
   Rect small{cellOf(b.x, outputRect.x), cellOf(b.y, outputRect.y), 0, 0};
   small.width = cellOf(b.right() - 1e-9, outputRect.x) + 1 - small.x;
   small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
-
-  // Area weights of full-resolution columns/rows per cell, clipped to the image.
-  struct Span {
-    int first = 0;
-    std::vector<float> w;
-  };
-  auto spans = [&](int count, int firstCell, int origin, int lo, int hi) {
-    std::vector<Span> out(static_cast<size_t>(count));
-    for (int c = 0; c < count; ++c) {
-      double a = std::max<double>(lo, origin + (firstCell + c) * cell);
-      double e = std::min<double>(hi, origin + (firstCell + c + 1) * cell);
-      Span& sp = out[size_t(c)];
-      sp.first = int(std::floor(a));
-      double sum = 0;
-      for (int p = sp.first; p < e; ++p) {
-        double w = std::max(0.0, std::min(e, p + 1.0) - std::max(a, double(p)));
-        sp.w.push_back(float(w));
-        sum += w;
-      }
-      for (float& w : sp.w) w = float(w / std::max(sum, 1e-12));
-    }
-    return out;
-  };
-  std::vector<Span> sx = spans(small.width, small.x, outputRect.x, b.x, b.right());
-  std::vector<Span> sy = spans(small.height, small.y, outputRect.y, b.y, b.bottom());
+  std::vector<Span> sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
+  std::vector<Span> sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
 
   Image reduced(small);
   parallelRows(small, 1, [&](int y0, int y1) {
@@ -149,7 +153,15 @@ Image clarityLowPass(const Image& image, const Rect& outputRect, double s) {
       for (size_t k = 0; k < vy.w.size(); ++k) {
         const float* row = image.row(vy.first + int(k));
         float w = vy.w[k];
-        for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * row[i];
+        if (darkChannel) {
+          for (int i = 0; i < b.width; ++i) {
+            const float* p = row + size_t(i) * 4;
+            float m = std::min(p[0], std::min(p[1], p[2]));
+            acc[size_t(i) * 4] += w * m;
+          }
+        } else {
+          for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * row[i];
+        }
       }
       float* dst = reduced.row(y);
       for (int x = 0; x < small.width; ++x) {
@@ -159,43 +171,65 @@ Image clarityLowPass(const Image& image, const Rect& outputRect, double s) {
           const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
           for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
         }
+        if (darkChannel) px[1] = px[2] = px[0], px[3] = 1;
         for (int c = 0; c < 4; ++c) dst[size_t(x) * 4 + size_t(c)] = px[c];
       }
     }
   });
-  Image blurred = gaussianBlur(reduced, float(8.0 * s));
+  return reduced;
+}
 
-  Image out(b);
+// Runs kernel over image with, as its second image, `small` enlarged bilinearly.
+void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale,
+                       const std::function<void(const kernels::KernelRow&)>& kernel) {
+  const Rect b = image.bounds();
+  const Rect sb = small.bounds();
+  // Column taps are the same for every row.
+  std::vector<int> c0(size_t(b.width)), c1(size_t(b.width));
+  std::vector<float> tx(size_t(b.width));
+  for (int x = b.x; x < b.right(); ++x) {
+    double u = std::clamp((x + 0.5 - outputRect.x) * scale - 0.5, double(sb.x), double(sb.right() - 1));
+    int i = x - b.x;
+    c0[size_t(i)] = int(std::floor(u));
+    c1[size_t(i)] = std::min(c0[size_t(i)] + 1, sb.right() - 1);
+    tx[size_t(i)] = float(u - c0[size_t(i)]);
+  }
   parallelRows(b, kGrainRows, [&](int y0, int y1) {
+    std::vector<float> aux(size_t(b.width) * 4);
     for (int y = y0; y < y1; ++y) {
-      double v = (y + 0.5 - outputRect.y) * kClarityScale - 0.5;
-      v = std::clamp(v, double(small.y), double(small.bottom() - 1));
+      double v = std::clamp((y + 0.5 - outputRect.y) * scale - 0.5, double(sb.y), double(sb.bottom() - 1));
       int r0 = int(std::floor(v));
-      int r1 = std::min(r0 + 1, small.bottom() - 1);
+      int r1 = std::min(r0 + 1, sb.bottom() - 1);
       float ty = float(v - r0);
-      const float* row0 = blurred.row(r0);
-      const float* row1 = blurred.row(r1);
-      float* dst = out.row(y);
-      for (int x = b.x; x < b.right(); ++x) {
-        double u = (x + 0.5 - outputRect.x) * kClarityScale - 0.5;
-        u = std::clamp(u, double(small.x), double(small.right() - 1));
-        int c0 = int(std::floor(u));
-        int c1 = std::min(c0 + 1, small.right() - 1);
-        float tx = float(u - c0);
-        const float* a = row0 + size_t(c0 - small.x) * 4;
-        const float* bb = row0 + size_t(c1 - small.x) * 4;
-        const float* c = row1 + size_t(c0 - small.x) * 4;
-        const float* d = row1 + size_t(c1 - small.x) * 4;
-        float* o = dst + size_t(x - b.x) * 4;
+      const float* row0 = small.row(r0);
+      const float* row1 = small.row(r1);
+      for (int i = 0; i < b.width; ++i) {
+        const float* a = row0 + size_t(c0[size_t(i)] - sb.x) * 4;
+        const float* bb = row0 + size_t(c1[size_t(i)] - sb.x) * 4;
+        const float* c = row1 + size_t(c0[size_t(i)] - sb.x) * 4;
+        const float* d = row1 + size_t(c1[size_t(i)] - sb.x) * 4;
+        float* o = aux.data() + size_t(i) * 4;
         for (int k = 0; k < 4; ++k) {
-          float top = a[k] + (bb[k] - a[k]) * tx;
-          float bottom = c[k] + (d[k] - c[k]) * tx;
+          float top = a[k] + (bb[k] - a[k]) * tx[size_t(i)];
+          float bottom = c[k] + (d[k] - c[k]) * tx[size_t(i)];
           o[k] = top + (bottom - top) * ty;
         }
       }
+      kernel({image.row(y), aux.data(), b.width, b.x, y});
     }
   });
-  return out;
+}
+
+// Dehaze's dark channel is blurred with sigma 6 s; from 6 pixels of sigma on
+// it is computed on a grid reduced by 2 (4 from 12 pixels), where the Gaussian
+// gives up the variance the box reduction and the bilinear enlargement add
+// (about 1/12 + 1/12 of a cell squared).
+int darkChannelFactor(double sigma) { return sigma >= 12 ? 4 : sigma >= 6 ? 2 : 1; }
+double darkChannelSigma(double sigma, int f) { return std::sqrt(std::max(0.25, (sigma / f) * (sigma / f) - 1.0 / 6)); }
+
+int darkChannelReach(double sigma) {
+  int f = darkChannelFactor(sigma);
+  return f == 1 ? blurReach(sigma) : (blurReach(darkChannelSigma(sigma, f)) + 2) * f + 2;
 }
 
 int clarityReach(double s) {
@@ -442,8 +476,8 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DetailParams p{float(a.clarity / 100 * 0.75)};
     st.push_back(Stage::fullStage(
         [p, s, outputRect](Image& image) {
-          Image low = clarityLowPass(image, outputRect, s);
-          applyWithAux(image, low, [p](const KernelRow& r) { detail(p, r); });
+          Image low = gaussianBlur(reduceToGrid(image, outputRect, kClarityScale, false), float(8.0 * s));
+          applyWithEnlarged(image, low, outputRect, kClarityScale, [p](const KernelRow& r) { detail(p, r); });
         },
         clarityReach(s)));
   }
@@ -452,13 +486,19 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DehazeParams p{float(a.dehaze / 100 * 0.8)};
     double sigma = 6 * s;
     st.push_back(Stage::fullStage(
-        [p, sigma](Image& image) {
-          Image dark = image.clone();
-          applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
-          Image blur = gaussianBlur(dark, float(sigma));
-          applyWithAux(image, blur, [p](const KernelRow& r) { dehaze(p, r); });
+        [p, sigma, outputRect](Image& image) {
+          const int f = darkChannelFactor(sigma);
+          if (f == 1) {
+            Image dark = image.clone();
+            applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
+            Image blur = gaussianBlur(dark, float(sigma));
+            applyWithAux(image, blur, [p](const KernelRow& r) { dehaze(p, r); });
+          } else {
+            Image small = gaussianBlur(reduceToGrid(image, outputRect, 1.0 / f, true), float(darkChannelSigma(sigma, f)));
+            applyWithEnlarged(image, small, outputRect, 1.0 / f, [p](const KernelRow& r) { dehaze(p, r); });
+          }
         },
-        blurReach(sigma)));
+        darkChannelReach(sigma)));
   }
   // 16 Sharpening.
   if (a.sharpen > 0) {
@@ -585,7 +625,7 @@ int RenderEngine::chainHalo(const GlobalAdjustments& a, double s) {
   if (a.defringe > 0) h += blurReach((1.2 * s));
   if (a.texture != 0) h += blurReach((2.2 * s));
   if (a.clarity != 0) h += clarityReach(s);
-  if (a.dehaze != 0) h += blurReach((6 * s));
+  if (a.dehaze != 0) h += darkChannelReach(6 * s);
   if (a.sharpen > 0) h += blurReach((a.sharpenRadius * s));
   return h;
 }

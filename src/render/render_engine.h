@@ -23,9 +23,10 @@
 // by the reach (halo) of its active neighbourhood stages, clipped to the
 // output rectangle; blurs clamp at that region's edges, which are the output
 // rectangle's own edges wherever it touches them. The result equals the same
-// crop of a full render within float tolerance (1e-4; 2e-3 with clarity,
-// whose low-pass is computed at reduced size on a grid anchored to the output
-// rectangle). Blur radii and insets scale with the render scale s.
+// crop of a full render within float tolerance (1e-4; 2e-3 with clarity or a
+// dehaze blur of 6 px and more, whose low-passes are computed at reduced size
+// on a grid anchored to the output rectangle: clarity at 12 %, the dark
+// channel at 1/2 or 1/4). Blur radii and insets scale with the render scale s.
 //
 // Failure never escapes a render: a stage that cannot run (for example when
 // memory runs out) passes its input on and logs
