@@ -19,6 +19,7 @@ const std::vector<Command>& allCommands() {
     append(list, presetCommands());
     append(list, batchCommands());
     append(list, exportCommands());
+    append(list, renderCommands());
     return list;
   }();
   return all;

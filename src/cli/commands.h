@@ -16,5 +16,6 @@ std::vector<Command> infoCommands();
 std::vector<Command> presetCommands();
 std::vector<Command> batchCommands();
 std::vector<Command> exportCommands();
+std::vector<Command> renderCommands();
 
 }  // namespace vg::cli
