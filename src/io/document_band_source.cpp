@@ -13,6 +13,10 @@ DocumentBandSource::DocumentBandSource(RenderEngine& engine, const Image& source
   Geometry geometry(source.bounds(), params, false);
   output_ = geometry.outputRect();
   opaque_ = params.distortion == 0;
+  halo_ = RenderEngine::chainHalo(recipe_.adjustments, 1.0);
+  for (const MaskLayer& m : recipe_.masks) {
+    if (m.enabled) halo_ += RenderEngine::chainHalo(m.adjustments, 1.0);
+  }
 
   bool anyMask = false, needsColor = false;
   for (const MaskLayer& m : recipe_.masks) {

@@ -36,6 +36,9 @@ class DocumentBandSource final : public BandSource {
   int height() const override { return output_.height; }
   bool opaque() const override { return opaque_; }
   Image renderBand(const Rect& rect) override;
+  // The reach of the recipe's neighbourhood stages (blurs, clarity), global
+  // and in the masks' own adjustments.
+  int haloRows() const override { return halo_; }
 
   const std::vector<std::string>& maskErrors() const { return maskErrors_; }
 
@@ -45,6 +48,7 @@ class DocumentBandSource final : public BandSource {
   EditDocument recipe_;
   Rect output_;
   bool opaque_ = true;
+  int halo_ = 0;
   MaskImageCache maskCache_;
   MaskImages masks_;
   std::optional<ColorStage> colorStage_;

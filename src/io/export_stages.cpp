@@ -66,6 +66,11 @@ LanczosResizeSource::LanczosResizeSource(BandSource& input, int targetWidth, int
   yTaps_ = makeTaps(input.height(), targetHeight);
 }
 
+int LanczosResizeSource::haloRows() const {
+  const double scale = double(height_) / std::max(1, input_.height());
+  return int(std::ceil(input_.haloRows() * scale)) + 3;
+}
+
 Image LanczosResizeSource::renderBand(const Rect& rect) {
   Image out(rect);
   if (rect.empty()) return out;

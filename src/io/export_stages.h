@@ -32,6 +32,8 @@ class LanczosResizeSource final : public BandSource {
   int height() const override { return height_; }
   bool opaque() const override { return input_.opaque(); }
   Image renderBand(const Rect& rect) override;
+  // The input's halo in output rows, plus the Lanczos taps.
+  int haloRows() const override;
 
   // One output pixel's taps along an axis: input indices (edge-clamped) and
   // normalised weights.
@@ -56,6 +58,7 @@ class UnsharpMaskSource final : public BandSource {
   int height() const override { return input_.height(); }
   bool opaque() const override { return input_.opaque(); }
   Image renderBand(const Rect& rect) override;
+  int haloRows() const override { return input_.haloRows() + reach_; }
 
  private:
   BandSource& input_;

@@ -5,6 +5,8 @@
 // - renderBand(rect) returns the pixels of rect (which lies inside the image;
 //   a consumer asks for full-width bands, top to bottom, but any rect inside
 //   must work) as an Image whose bounds() equal rect.
+// - haloRows() says how much a band reads beyond itself, so consumers can
+//   choose bands tall enough that the overlap stays cheap.
 // - opaque() is true when every pixel has alpha 1, so an encoder may leave the
 //   alpha channel out. It is known before the first band is rendered.
 // - Called from one thread at a time; an implementation may render each band
@@ -23,6 +25,10 @@ class BandSource {
   virtual int height() const = 0;
   virtual bool opaque() const = 0;
   virtual Image renderBand(const Rect& rect) = 0;
+  // Rows above and below a band that producing it reads (neighbourhood
+  // stages): every band costs its height plus twice this, so a consumer
+  // makes its bands several times taller than the halo.
+  virtual int haloRows() const { return 0; }
 };
 
 // A BandSource over a whole image already in memory (which must outlive it).
