@@ -47,6 +47,9 @@ HWY_INLINE V DecodeSrgb(D d, V v) {
   V lin = hn::Div(a, hn::Set(d, 12.92f));
   V base = hn::Div(hn::Add(a, hn::Set(d, 0.055f)), hn::Set(d, 1.055f));
   V pw = hn::Exp(d, hn::Mul(hn::Log(d, base), hn::Set(d, 2.4f)));
+  // Beyond 3e15 the result overflows float; say so instead of letting the
+  // exponential's range reduction produce garbage.
+  pw = hn::IfThenElse(hn::Gt(a, hn::Set(d, 3e15f)), hn::Set(d, HUGE_VALF), pw);
   V r = hn::IfThenElse(hn::Le(a, hn::Set(d, 0.04045f)), lin, pw);
   return hn::CopySign(r, v);
 }

@@ -219,5 +219,25 @@ TEST(LUTApply, FastPathAgreesWithReference) {
   }
 }
 
+TEST(LUTApply, HugeEntriesGiveInfinityNotNaN) {
+  // Entries may be any finite float; one near the float limit decodes to +inf
+  // on both paths (found by fuzzing: the fast path once produced NaN).
+  std::string text = "LUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) text += i == 7 ? "8.9e36 1e20 0.5\n" : "0 0 0\n";
+  const ParsedLUT lut = std::get<ParsedLUT>(LUTLoader::parse(text));
+  const PreparedLUT p = prepareLUT(lut);
+  std::vector<float> px = {1, 1, 1, 1, 0.99f, 0.99f, 0.99f, 0.5f, 0.7f, 0.9f, 1.0f, 1.0f};
+  std::vector<float> ref = px;
+  lutApply(p, kernels::KernelRow{px.data(), nullptr, 3, 0, 0});
+  lutApplyReference(p, kernels::KernelRow{ref.data(), nullptr, 3, 0, 0});
+  for (size_t i = 0; i < px.size(); ++i) {
+    EXPECT_FALSE(std::isnan(px[i])) << i;
+    EXPECT_FALSE(std::isnan(ref[i])) << i;
+  }
+  EXPECT_EQ(px[0], HUGE_VALF);
+  EXPECT_EQ(ref[0], HUGE_VALF);
+  EXPECT_EQ(px[1], ref[1]);
+}
+
 }  // namespace
 }  // namespace vg
