@@ -63,7 +63,7 @@ void progress(j_common_ptr cinfo) {
 // owned through a pointer that is never reassigned after setjmp.
 struct Context {
   std::vector<uint8_t> icc;
-  std::vector<uint8_t> pixels;
+  std::unique_ptr<uint8_t[]> pixels;  // not cleared: libjpeg writes every row
   std::optional<InputColor> color;
   std::optional<UprightWriter> writer;
   tbb::task_group tasks;
@@ -128,19 +128,19 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
   jpeg_start_decompress(&cinfo);
   const int width = int(cinfo.output_width), height = int(cinfo.output_height);
   const size_t pitch = size_t(width) * size_t(cinfo.output_components);
-  c.pixels.resize(pitch * size_t(height));
+  c.pixels.reset(new uint8_t[pitch * size_t(height)]);
   c.writer.emplace(width, height, options.orientation, *c.color);
 
   int bandStart = 0;
   while (cinfo.output_scanline < cinfo.output_height) {
     JSAMPROW rows[16];
     int available = std::min<int>(16, height - int(cinfo.output_scanline));
-    for (int k = 0; k < available; ++k) rows[k] = c.pixels.data() + pitch * (cinfo.output_scanline + k);
+    for (int k = 0; k < available; ++k) rows[k] = c.pixels.get() + pitch * (cinfo.output_scanline + k);
     jpeg_read_scanlines(&cinfo, rows, JDIMENSION(available));
     int done = int(cinfo.output_scanline);
     if (done - bandStart >= kBandRows || done == height) {
       int y0 = bandStart, n = done - bandStart;
-      const uint8_t* src = c.pixels.data() + pitch * size_t(y0);
+      const uint8_t* src = c.pixels.get() + pitch * size_t(y0);
       UprightWriter* writer = &*c.writer;
       c.tasks.run([writer, src, pitch, y0, n] { writer->write(src, pitch, y0, n); });
       bandStart = done;

@@ -217,7 +217,7 @@ DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings
 
   DevelopedRaw result;
   try {
-    result.image = Image(int(out->width), int(out->height));
+    result.image = Image::uninitialized(int(out->width), int(out->height));
   } catch (const std::bad_alloc&) {
     throw ImageLoadError::make(ImageLoadError::kRawDecodeFailed, fileName);
   }

@@ -14,8 +14,8 @@ UprightWriter::UprightWriter(int storedWidth, int storedHeight, int orientation,
       height_(storedHeight),
       orientation_(orientation::normalized(orientation)),
       color_(color),
-      image_(orientation::swapsAxes(orientation_) ? Image(storedHeight, storedWidth)
-                                                  : Image(storedWidth, storedHeight)) {}
+      image_(orientation::swapsAxes(orientation_) ? Image::uninitialized(storedHeight, storedWidth)
+                                                  : Image::uninitialized(storedWidth, storedHeight)) {}
 
 void UprightWriter::write(const uint8_t* rows, size_t pitch, int y0, int count) {
   if (orientation_ == 1) {

@@ -3,7 +3,8 @@
 // float copy).
 //
 // The output Image is allocated once, already in its upright size (width and
-// height swapped for orientations 5-8). Each stored row is converted by
+// height swapped for orientations 5-8), and not cleared: every pixel is
+// written exactly once. Each stored row is converted by
 // InputColor and placed where its orientation sends it: for orientation 1
 // straight into the output row, otherwise through a small per-call buffer
 // that is scattered with a constant step.
