@@ -23,4 +23,18 @@ inline constexpr int64_t kMaxPixelsPerByte = 2048;
 // fileBytes bytes is not plausible.
 void check(int64_t width, int64_t height, size_t fileBytes);
 
+// Lowers the pixel limit for decodes on the current thread while it lives
+// (fuzzing, thumbnails of untrusted folders). Nested scopes restore the
+// previous limit; the limit can only go down.
+class ScopedMaxPixels {
+ public:
+  explicit ScopedMaxPixels(int64_t maxPixels);
+  ~ScopedMaxPixels();
+  ScopedMaxPixels(const ScopedMaxPixels&) = delete;
+  ScopedMaxPixels& operator=(const ScopedMaxPixels&) = delete;
+
+ private:
+  int64_t previous_;
+};
+
 }  // namespace vg::decode_limits

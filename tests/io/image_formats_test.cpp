@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "io/decode_limits.h"
 #include "io/image_formats.h"
 #include "support/test_support.h"
 #include "io/image_loader.h"
@@ -62,6 +63,36 @@ TEST(ImageLoadError, CodesMessagesAndDomain) {
   EXPECT_EQ(std::string(ImageLoadError::make(ImageLoadError::kRawInvalidSize, "d.arw").what()),
             "RAW 解码输出尺寸无效：d.arw");
   EXPECT_EQ(ImageLoadError::make(ImageLoadError::kRawInvalidSize, "d.arw").code(), 5);
+}
+
+}  // namespace
+}  // namespace vg
+
+namespace vg {
+namespace {
+
+TEST(DecodeLimits, PlausibleSizesOnly) {
+  EXPECT_NO_THROW(decode_limits::check(6000, 4000, 6'000'000));
+  EXPECT_NO_THROW(decode_limits::check(1, 1, 0));
+  EXPECT_THROW(decode_limits::check(0, 10, 100), DecodeError);
+  EXPECT_THROW(decode_limits::check(70000, 10, 100), DecodeError);
+  EXPECT_THROW(decode_limits::check(65535, 65535, size_t(1) << 30), DecodeError);  // 4 Gpx
+  // 100 MP is fine from a real file, not from a 4 KB one.
+  EXPECT_NO_THROW(decode_limits::check(12240, 8160, 20'000'000));
+  EXPECT_THROW(decode_limits::check(12240, 8160, 4096), DecodeError);
+}
+
+TEST(DecodeLimits, ScopedLimitOnlyLowersAndIsRestored) {
+  {
+    decode_limits::ScopedMaxPixels outer(1000);
+    EXPECT_THROW(decode_limits::check(40, 40, 1 << 20), DecodeError);
+    {
+      decode_limits::ScopedMaxPixels inner(1 << 30);  // cannot raise
+      EXPECT_THROW(decode_limits::check(40, 40, 1 << 20), DecodeError);
+    }
+    EXPECT_NO_THROW(decode_limits::check(30, 30, 1 << 20));
+  }
+  EXPECT_NO_THROW(decode_limits::check(4000, 4000, 1 << 20));
 }
 
 }  // namespace

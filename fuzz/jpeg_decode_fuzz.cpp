@@ -1,0 +1,30 @@
+// The JPEG decoder on arbitrary bytes, with every orientation: it must
+// either refuse with DecodeError or return an upright image of the declared
+// size whose alpha is 1 everywhere.
+#include <cmath>
+#include <cstdint>
+
+#include "io/decode_limits.h"
+#include "io/jpeg_decoder.h"
+#include "io/load_error.h"
+
+namespace {
+void check(bool ok) {
+  if (!ok) __builtin_trap();
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  vg::decode_limits::ScopedMaxPixels limit(4 << 20);
+  int orientation = size > 0 ? 1 + data[size - 1] % 8 : 1;
+  try {
+    vg::DecodedImage d = vg::decodeJpeg({data, size}, vg::DecodeOptions{orientation});
+    check(d.image.width() >= 1 && d.image.height() >= 1);
+    for (int y = 0; y < d.image.height(); y += 7) {
+      const float* p = d.image.row(y);
+      for (int x = 0; x < d.image.width(); ++x) check(p[x * 4 + 3] == 1.0f && std::isfinite(p[x * 4]));
+    }
+  } catch (const vg::DecodeError&) {
+  }
+  return 0;
+}

@@ -1,0 +1,33 @@
+// The PNG decoder on arbitrary bytes: DecodeError or an image whose
+// premultiplied colour never exceeds its alpha in [0, 1].
+#include <cmath>
+#include <cstdint>
+
+#include "io/decode_limits.h"
+#include "io/load_error.h"
+#include "io/png_decoder.h"
+
+namespace {
+void check(bool ok) {
+  if (!ok) __builtin_trap();
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  vg::decode_limits::ScopedMaxPixels limit(4 << 20);
+  int orientation = size > 0 ? 1 + data[size - 1] % 8 : 1;
+  try {
+    vg::DecodedImage d = vg::decodePng({data, size}, vg::DecodeOptions{orientation});
+    check(d.image.width() >= 1 && d.image.height() >= 1);
+    for (int y = 0; y < d.image.height(); y += 5) {
+      const float* p = d.image.row(y);
+      for (int x = 0; x < d.image.width(); ++x) {
+        float a = p[x * 4 + 3];
+        check(a >= 0.0f && a <= 1.0f);
+        for (int c = 0; c < 3; ++c) check(std::isfinite(p[x * 4 + c]));
+      }
+    }
+  } catch (const vg::DecodeError&) {
+  }
+  return 0;
+}

@@ -1,0 +1,23 @@
+// The TIFF decoder on arbitrary bytes: DecodeError or a non-empty image.
+// (Float TIFFs may legitimately carry any value, NaN included.)
+#include <cstdint>
+
+#include "io/decode_limits.h"
+#include "io/load_error.h"
+#include "io/tiff_decoder.h"
+
+namespace {
+void check(bool ok) {
+  if (!ok) __builtin_trap();
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  vg::decode_limits::ScopedMaxPixels limit(4 << 20);
+  try {
+    vg::DecodedImage d = vg::decodeTiff({data, size});
+    check(d.image.width() >= 1 && d.image.height() >= 1);
+  } catch (const vg::DecodeError&) {
+  }
+  return 0;
+}
