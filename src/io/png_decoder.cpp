@@ -30,6 +30,7 @@ struct Context {
   std::string message;
   std::vector<uint8_t> icc;
   std::vector<uint8_t> pixels;
+  std::vector<png_bytep> rows;
   std::optional<InputColor> color;
   std::optional<UprightWriter> writer;
   tbb::task_group tasks;
@@ -111,7 +112,8 @@ DecodedImage decodePng(std::span<const uint8_t> bytes, const DecodeOptions& opti
   if (pitch != c.format.bytesPerPixel() * width) throw DecodeError("PNG: unexpected row size");
   c.pixels.resize(pitch * height);
   c.writer.emplace(int(width), int(height), options.orientation, *c.color);
-  std::vector<png_bytep> rows(height);
+  std::vector<png_bytep>& rows = c.rows;  // in the context: a longjmp must not skip its destructor
+  rows.resize(height);
   for (png_uint_32 y = 0; y < height; ++y) rows[y] = c.pixels.data() + pitch * y;
 
   if (passes > 1) {
