@@ -2,6 +2,7 @@
 // JSON) the way the editor does, with every lenient repair applied.
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <iostream>
 
 #include "cli/commands.h"
@@ -15,6 +16,11 @@ namespace {
 std::optional<EditDocument> readRecipe(const ParsedArgs& args, Io& io) {
   std::optional<std::string> path;
   if (!args.positionals.empty()) path = args.positionals[0];
+  std::error_code ec;
+  if (path && *path != "-" && std::filesystem::is_directory(*path, ec)) {
+    io.err << "verdantglass-cli: cannot read " << *path << ": it is a folder\n";
+    return std::nullopt;
+  }
   const std::optional<std::string> text = readInputText(path, io);
   if (!text) return std::nullopt;  // readInputText has said why
 

@@ -63,6 +63,10 @@ TEST(RecipeNormalize, NonObjectsAndUnreadableFilesFailWithAMessage) {
   EXPECT_NE(missing.err.find("absent.json"), std::string::npos) << missing.err;
   EXPECT_TRUE(missing.out.empty());
 
+  const auto folder = run({"recipe", "check", dir.path().string()});
+  EXPECT_EQ(folder.code, kExitFailed);
+  EXPECT_NE(folder.err.find("folder"), std::string::npos) << folder.err;
+
   EXPECT_EQ(run({"recipe", "normalize", "a", "b"}).code, kExitUsage);
 }
 
