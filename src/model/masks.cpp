@@ -97,7 +97,10 @@ void hashAppend(Hasher& h, const BrushStroke& v) {
 }
 
 void hashAppend(Hasher& h, const BitmapMaskData& v) {
-  h.addBytes(v.compressedData.data(), v.compressedData.size());
+  // An empty vector's data() may be null, which memcpy must never see.
+  static constexpr std::uint8_t kNoBytes[1] = {0};
+  h.addBytes(v.compressedData.empty() ? kNoBytes : v.compressedData.data(),
+             v.compressedData.size());
   h.addInt(v.width);
   h.addInt(v.height);
   h.addInt(static_cast<std::int64_t>(v.source));
