@@ -43,9 +43,11 @@ class Hasher {
       p += 8;
       size -= 8;
     }
-    std::uint64_t w = 0;
-    std::memcpy(&w, p, size);
-    if (size) addWord(w);
+    if (size) {  // never hand memcpy a null pointer, even for zero bytes
+      std::uint64_t w = 0;
+      std::memcpy(&w, p, size);
+      addWord(w);
+    }
   }
   void addString(std::string_view s) { addBytes(s.data(), s.size()); }
 
