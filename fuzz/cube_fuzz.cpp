@@ -7,11 +7,9 @@
 
 #include "render/lut_loader.h"
 
-namespace {
-void check(bool ok) {
-  if (!ok) __builtin_trap();
-}
-}  // namespace
+#include "fuzz_check.h"
+
+using vg::fuzz::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view bytes(reinterpret_cast<const char*>(data), size);

@@ -7,11 +7,9 @@
 #include "io/load_error.h"
 #include "io/png_decoder.h"
 
-namespace {
-void check(bool ok) {
-  if (!ok) __builtin_trap();
-}
-}  // namespace
+#include "fuzz_check.h"
+
+using vg::fuzz::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vg::decode_limits::ScopedMaxPixels limit(4 << 20);
