@@ -276,7 +276,7 @@ InputColor InputColor::workingSpace(const SourceFormat& format) {
       for (size_t i = 0; i < size; ++i) c.tables_[ch][i] = float(i) / float(size - 1);
     }
   }
-  return c;
+  return finished(std::move(c));
 }
 
 InputColor InputColor::fromPrimaries(const Primaries& p, Transfer transfer, const SourceFormat& format) {
@@ -289,7 +289,7 @@ InputColor InputColor::fromPrimaries(const Primaries& p, Transfer transfer, cons
   }
   if (transfer == Transfer::srgb) {
     c.buildTables({nullptr, nullptr, nullptr});
-    return c;
+    return finished(std::move(c));
   }
   c.floatCurve_ = FloatCurve::table;
   int channels = format.model == ColorModel::gray ? 1 : 3;
@@ -305,7 +305,7 @@ InputColor InputColor::fromPrimaries(const Primaries& p, Transfer transfer, cons
     for (int i = 0; i <= kFloatTableSize; ++i)
       c.floatTables_[ch][i] = transferToLinear(transfer, float(i) / kFloatTableSize);
   }
-  return c;
+  return finished(std::move(c));
 }
 
 InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat& format) {
@@ -328,7 +328,7 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     } else {
       c.buildTables({nullptr, nullptr, nullptr});
     }
-    return c;
+    return finished(std::move(c));
   }
 
   std::string description = describe(h);
@@ -338,7 +338,7 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
       c.buildTables({curve, nullptr, nullptr});
       c.description_ = description;
       c.usesProfile_ = true;
-      return c;
+      return finished(std::move(c));
     }
   }
   Mat3 colorants{};
@@ -357,7 +357,7 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
         }
         c.description_ = description;
         c.usesProfile_ = true;
-        return c;
+        return finished(std::move(c));
       }
     }
   }
@@ -377,7 +377,7 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     } else {
       c.buildTables({nullptr, nullptr, nullptr});
     }
-    return c;
+    return finished(std::move(c));
   }
   auto lcms = std::make_shared<Lcms>();
   lcms->transform = t;
@@ -386,7 +386,62 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
   c.floatCurve_ = FloatCurve::identity;
   c.description_ = description;
   c.usesProfile_ = true;
+  return finished(std::move(c));
+}
+
+InputColor InputColor::finished(InputColor c) {
+  const SourceFormat& f = c.format_;
+  const bool bytes = f.type == SampleType::u8 && f.bitDepth == 8;
+  if (c.mode_ != Mode::tables || !bytes || f.alphaAssociated || f.model == ColorModel::cmyk) return c;
+  // One table per colour channel whose entries are that channel's share of
+  // the final pixel: matrix column × tone curve, alpha lane 1 on the first.
+  // The lanes are computed with the same float operations, in the same
+  // order, as the per-sample path, so both give identical pixels.
+  const int colors = f.colorChannels();
+  const bool invertGray = f.inverted && f.model == ColorModel::gray;
+  const auto& m = c.matrix_;
+  c.pixelTables_.resize(size_t(colors) * 256);
+  for (int ch = 0; ch < colors; ++ch) {
+    const float* t = c.tables_[size_t(ch)].data();
+    for (int v = 0; v < 256; ++v) {
+      PixelEntry& e = c.pixelTables_[size_t(ch) * 256 + size_t(v)];
+      float x = t[invertGray ? 255 - v : v];
+      for (int lane = 0; lane < 3; ++lane) {
+        if (colors == 1) {
+          e.lanes[lane] = c.hasMatrix_ ? m[lane * 3] * x + m[lane * 3 + 1] * x + m[lane * 3 + 2] * x : x;
+        } else {
+          e.lanes[lane] = c.hasMatrix_ ? m[lane * 3 + ch] * x : (lane == ch ? x : 0.0f);
+        }
+      }
+      e.lanes[3] = ch == 0 ? 1.0f : 0.0f;
+    }
+  }
   return c;
+}
+
+namespace {
+using Lanes4 = float __attribute__((vector_size(16)));
+
+template <int Colors, bool Alpha>
+void convertBytesWith(const uint8_t* src, int count, float* dst, const Lanes4* tables) {
+  constexpr int kChannels = Colors + (Alpha ? 1 : 0);
+  for (int i = 0; i < count; ++i, src += kChannels, dst += 4) {
+    Lanes4 p = tables[src[0]];
+    if constexpr (Colors == 3) p = p + tables[256 + src[1]] + tables[512 + src[2]];
+    if constexpr (Alpha) p = p * (float(src[Colors]) * (1.0f / 255.0f));
+    std::memcpy(dst, &p, sizeof p);
+  }
+}
+}  // namespace
+
+void InputColor::convertBytes(const uint8_t* src, int count, float* dst) const {
+  auto* tables = reinterpret_cast<const Lanes4*>(pixelTables_.data());
+  const bool alpha = format_.hasAlpha;
+  if (format_.model == ColorModel::gray) {
+    alpha ? convertBytesWith<1, true>(src, count, dst, tables) : convertBytesWith<1, false>(src, count, dst, tables);
+  } else {
+    alpha ? convertBytesWith<3, true>(src, count, dst, tables) : convertBytesWith<3, false>(src, count, dst, tables);
+  }
 }
 
 void InputColor::convert(const uint8_t* src, int count, float* dst) const {
@@ -396,6 +451,10 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
   const bool fastIntegers = mode_ == Mode::tables && !f.isFloat() && !f.alphaAssociated &&
                             f.model != ColorModel::cmyk;
 
+  if (!pixelTables_.empty()) {
+    convertBytes(src, count, dst);
+    return;
+  }
   if (fastIntegers) {
     const float* t0 = tables_[0].data();
     const float* t1 = colors == 3 ? tables_[1].data() : t0;

@@ -7,7 +7,9 @@
 // - an ICC matrix/shaper profile (RGB or grey): per-channel tables built from
 //   its tone curves, then one 3×3 matrix from its colourants to the working
 //   primaries (both in the D50 connection space). This is the fast path:
-//   integer samples cost one table lookup per channel;
+//   integer samples cost one table lookup per channel; 8-bit samples go
+//   through whole-pixel tables (curve and matrix fused, three 4-lane adds
+//   per pixel) that give exactly the same floats;
 // - any other usable profile (LUT-based RGB, CMYK): a Little CMS transform to
 //   linear sRGB, evaluated row by row (slow, only for such exotic files);
 // - primaries and a transfer curve given as numbers (HEIF nclx), built into a
@@ -61,7 +63,10 @@ class InputColor {
   enum class Mode { tables, lcms, cmykNaive };
   enum class FloatCurve { identity, srgb, table };
 
+  // Prepares the whole-pixel tables of 8-bit samples (the common case).
+  static InputColor finished(InputColor c);
   void buildTables(const std::array<const void*, 3>& curves);  // cmsToneCurve*, null = sRGB
+  void convertBytes(const uint8_t* src, int count, float* dst) const;
   float curveFloat(int channel, float v) const;
 
   SourceFormat format_;
@@ -70,6 +75,12 @@ class InputColor {
   bool usesProfile_ = false;
   // Integer samples: one table per colour channel of 2^bitDepth entries.
   std::array<std::vector<float>, 3> tables_;
+  // 8-bit samples: per colour channel, 256 whole RGBA contributions that
+  // add up to the converted pixel (see finished()).
+  struct alignas(16) PixelEntry {
+    float lanes[4];
+  };
+  std::vector<PixelEntry> pixelTables_;
   // Float samples: the curve of each channel.
   FloatCurve floatCurve_ = FloatCurve::srgb;
   std::array<std::vector<float>, 3> floatTables_;  // 4097 entries over 0...1

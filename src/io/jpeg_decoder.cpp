@@ -2,6 +2,7 @@
 
 #include <tbb/task_group.h>
 
+#include <array>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +21,8 @@
 namespace vg {
 namespace {
 
-constexpr int kBandRows = 64;      // rows handed to the pool at a time (multiple of the writer's block)
+constexpr int kBandRows = 32;      // rows handed to the pool at a time (multiple of the writer's block)
+constexpr int kBandSlots = 4;      // band buffers in flight: decode runs ahead of conversion by up to 3 bands
 constexpr int kMaxScans = 500;     // progressive files beyond this are refused (decode time bomb)
 
 struct ErrorManager {
@@ -59,15 +61,25 @@ void progress(j_common_ptr cinfo) {
   }
 }
 
+// One band buffer of decoded 8-bit rows and the conversion that reads it.
+// The buffer is reused only after its conversion has finished.
+struct BandSlot {
+  std::unique_ptr<uint8_t[]> pixels;  // kBandRows rows, not cleared: libjpeg writes every row
+  tbb::task_group conversion;
+};
+
 // Everything that must survive a longjmp back into decodeJpeg lives here,
 // owned through a pointer that is never reassigned after setjmp.
 struct Context {
   std::vector<uint8_t> icc;
-  std::unique_ptr<uint8_t[]> pixels;  // not cleared: libjpeg writes every row
   std::optional<InputColor> color;
   std::optional<UprightWriter> writer;
-  tbb::task_group tasks;
+  std::array<BandSlot, kBandSlots> slots;
   SourceFormat format;
+
+  void waitAll() {
+    for (auto& s : slots) s.conversion.wait();
+  }
 };
 
 }  // namespace
@@ -84,7 +96,11 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
   err.base.output_message = outputMessage;
 
   if (setjmp(err.jump)) {
-    ctx->tasks.wait();
+    try {
+      ctx->waitAll();
+    } catch (...) {
+      // the decode error below is the one to report
+    }
     jpeg_destroy_decompress(&cinfo);
     throw DecodeError(std::string("JPEG: ") + err.message);
   }
@@ -128,27 +144,34 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
   jpeg_start_decompress(&cinfo);
   const int width = int(cinfo.output_width), height = int(cinfo.output_height);
   const size_t pitch = size_t(width) * size_t(cinfo.output_components);
-  c.pixels.reset(new uint8_t[pitch * size_t(height)]);
   c.writer.emplace(width, height, options.orientation, *c.color);
+  for (auto& s : c.slots) s.pixels.reset(new uint8_t[pitch * kBandRows]);
 
-  int bandStart = 0;
-  while (cinfo.output_scanline < cinfo.output_height) {
-    JSAMPROW rows[16];
-    int available = std::min<int>(16, height - int(cinfo.output_scanline));
-    for (int k = 0; k < available; ++k) rows[k] = c.pixels.get() + pitch * (cinfo.output_scanline + k);
-    jpeg_read_scanlines(&cinfo, rows, JDIMENSION(available));
-    int done = int(cinfo.output_scanline);
-    if (done - bandStart >= kBandRows || done == height) {
-      int y0 = bandStart, n = done - bandStart;
-      const uint8_t* src = c.pixels.get() + pitch * size_t(y0);
-      UprightWriter* writer = &*c.writer;
-      c.tasks.run([writer, src, pitch, y0, n] { writer->write(src, pitch, y0, n); });
-      bandStart = done;
+  // Decode band after band into the ring of slots; each full band is
+  // converted on the pool while libjpeg decodes the next ones.
+  for (int band = 0; int(cinfo.output_scanline) < height; ++band) {
+    BandSlot& slot = c.slots[size_t(band % kBandSlots)];
+    slot.conversion.wait();
+    const int y0 = int(cinfo.output_scanline);
+    const int n = std::min(kBandRows, height - y0);
+    JSAMPROW rows[kBandRows];
+    for (int k = 0; k < n; ++k) rows[k] = slot.pixels.get() + pitch * size_t(k);
+    while (int(cinfo.output_scanline) < y0 + n) {
+      int done = int(cinfo.output_scanline) - y0;
+      if (jpeg_read_scanlines(&cinfo, rows + done, JDIMENSION(n - done)) == 0) {
+        // Cannot happen with an in-memory source (it never suspends); a
+        // decoder that stops giving rows must not hang the load.
+        std::snprintf(err.message, sizeof err.message, "the decoder stopped at row %d", y0 + done);
+        std::longjmp(err.jump, 1);
+      }
     }
+    const uint8_t* src = slot.pixels.get();
+    UprightWriter* writer = &*c.writer;
+    slot.conversion.run([writer, src, pitch, y0, n] { writer->write(src, pitch, y0, n); });
   }
   bool endedBeforeData = err.endedBeforeData;
   jpeg_abort_decompress(&cinfo);
-  c.tasks.wait();
+  c.waitAll();
   jpeg_destroy_decompress(&cinfo);
   if (endedBeforeData) throw DecodeError("JPEG: the file ends before any image data");
 

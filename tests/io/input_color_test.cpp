@@ -5,6 +5,8 @@
 #include <lcms2.h>
 
 #include <cmath>
+#include <functional>
+#include <vector>
 
 #include "io/input_color.h"
 #include "io_test_files.h"
@@ -158,6 +160,60 @@ TEST(InputColor, PrimariesGivenAsNumbers) {
   uint8_t white[3] = {255, 255, 255};
   wide.convert(white, 1, out);
   for (int c = 0; c < 3; ++c) EXPECT_NEAR(out[c], 1.0f, 5e-4);
+}
+
+// 8-bit samples take whole-pixel tables; 16-bit samples the per-sample
+// path. v / 255 and 257v / 65535 are the same float, so both must give the
+// same colour bit for bit (alpha differs by the rounding of 1/255 vs
+// 1/65535 only).
+TEST(InputColor, EightBitTablesMatchThePerSamplePath) {
+  auto adobe = test::makeRgbProfile(kAdobePrimaries, 2.2, "Wide Test RGB");
+  InputColor::Primaries p3{0.680, 0.320, 0.265, 0.690, 0.150, 0.060, 0.3127, 0.3290};
+  struct Case {
+    const char* name;
+    ColorModel model;
+    bool alpha;
+    bool inverted;
+    std::function<InputColor(const SourceFormat&)> make;
+  };
+  const std::vector<Case> cases = {
+      {"sRGB", ColorModel::rgb, false, false, [](auto& f) { return InputColor::fromIcc({}, f); }},
+      {"matrix profile + alpha", ColorModel::rgb, true, false,
+       [&](auto& f) { return InputColor::fromIcc(adobe, f); }},
+      {"primaries (matrix)", ColorModel::rgb, false, false,
+       [&](auto& f) { return InputColor::fromPrimaries(p3, InputColor::Transfer::bt709, f); }},
+      {"working space", ColorModel::rgb, true, false, [](auto& f) { return InputColor::workingSpace(f); }},
+      {"grey", ColorModel::gray, true, false, [](auto& f) { return InputColor::fromIcc({}, f); }},
+      {"grey min-is-white", ColorModel::gray, false, true, [](auto& f) { return InputColor::fromIcc({}, f); }},
+      {"grey through a matrix", ColorModel::gray, false, false,
+       [&](auto& f) { return InputColor::fromPrimaries(p3, InputColor::Transfer::gamma22, f); }},
+  };
+  for (const Case& c : cases) {
+    SourceFormat f8;
+    f8.model = c.model;
+    f8.hasAlpha = c.alpha;
+    f8.inverted = c.inverted;
+    SourceFormat f16 = f8;
+    f16.type = SampleType::u16;
+    f16.bitDepth = 16;
+    InputColor eight = c.make(f8), sixteen = c.make(f16);
+    const int channels = f8.channels();
+    const int n = 256 * 3;
+    std::vector<uint8_t> s8(size_t(n) * channels);
+    for (size_t i = 0; i < s8.size(); ++i) s8[i] = uint8_t((i * 7 + i / 5) & 0xFF);
+    std::vector<uint16_t> s16(s8.size());
+    for (size_t i = 0; i < s8.size(); ++i) s16[i] = uint16_t(s8[i] * 257);
+    std::vector<float> o8(size_t(n) * 4), o16(size_t(n) * 4);
+    eight.convert(s8.data(), n, o8.data());
+    sixteen.convert(reinterpret_cast<const uint8_t*>(s16.data()), n, o16.data());
+    for (int i = 0; i < n * 4; ++i) {
+      if (c.alpha) {
+        EXPECT_FLOAT_EQ(o8[size_t(i)], o16[size_t(i)]) << c.name << " sample " << i;
+      } else {
+        EXPECT_EQ(o8[size_t(i)], o16[size_t(i)]) << c.name << " sample " << i;
+      }
+    }
+  }
 }
 
 }  // namespace

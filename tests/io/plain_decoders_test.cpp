@@ -1,14 +1,19 @@
 // JPEG and PNG decoding: layouts, bit depths, alpha, profiles and damage.
 #include <gtest/gtest.h>
 
+#include <cstdio>  // before jpeglib.h, which uses FILE
+
+#include <jpeglib.h>
 #include <zlib.h>
 
 #include <cmath>
 
 #include "io/image_loader.h"
 #include "io/jpeg_decoder.h"
+#include "io/orientation.h"
 #include "io/png_decoder.h"
 #include "io_test_files.h"
+#include "render/parallel.h"
 #include "render/srgb.h"
 #include "support/test_support.h"
 
@@ -60,6 +65,62 @@ TEST(JpegDecoder, SrgbValuesBecomeLinear) {
   EXPECT_NEAR(d.image.at(8, 8)[1], srgb::decode(128 / 255.0f), 0.004);
   EXPECT_EQ(d.profileName, "");
   EXPECT_EQ(d.colorModel, "RGB");
+}
+
+// Plain libjpeg, the whole raster at once: what the banded decoder must
+// reproduce row for row.
+std::vector<uint8_t> referenceDecode(const std::vector<uint8_t>& bytes, int& width, int& height) {
+  jpeg_decompress_struct cinfo;
+  jpeg_error_mgr err;
+  cinfo.err = jpeg_std_error(&err);
+  jpeg_create_decompress(&cinfo);
+  jpeg_mem_src(&cinfo, bytes.data(), (unsigned long)bytes.size());
+  jpeg_read_header(&cinfo, TRUE);
+  cinfo.out_color_space = JCS_RGB;
+  jpeg_start_decompress(&cinfo);
+  width = int(cinfo.output_width), height = int(cinfo.output_height);
+  std::vector<uint8_t> rgb(size_t(width) * size_t(height) * 3);
+  while (cinfo.output_scanline < cinfo.output_height) {
+    JSAMPROW row = rgb.data() + size_t(cinfo.output_scanline) * size_t(width) * 3;
+    jpeg_read_scanlines(&cinfo, &row, 1);
+  }
+  jpeg_finish_decompress(&cinfo);
+  jpeg_destroy_decompress(&cinfo);
+  return rgb;
+}
+
+// A tall image runs many bands through the decoder's small ring of band
+// buffers; every row must land where it belongs, upright or rotated, with
+// one thread or several.
+TEST(JpegDecoder, TallImagesKeepEveryRowInPlace) {
+  test::TempDir dir;
+  test::Raster8 raster{37, 1003, 3, std::vector<uint8_t>(37 * 1003 * 3)};
+  for (int y = 0; y < raster.height; ++y)
+    for (int x = 0; x < raster.width; ++x) {
+      uint8_t* p = raster.at(x, y);
+      p[0] = uint8_t(y * 7), p[1] = uint8_t(y / 4), p[2] = uint8_t(x * 6);
+    }
+  test::writeJpeg(dir / "tall.jpg", raster, 92);
+  std::vector<uint8_t> bytes = bytesOf(dir / "tall.jpg");
+  int w = 0, h = 0;
+  std::vector<uint8_t> expected = referenceDecode(bytes, w, h);
+  ASSERT_EQ(h, 1003);
+  for (int threads : {1, 2}) {
+    ScopedThreadLimit limit(threads);
+    for (int orientation : {1, 6}) {
+      auto d = decodeJpeg(bytes, DecodeOptions{orientation});
+      ASSERT_EQ(d.image.height(), orientation == 1 ? h : w);
+      int wrong = 0;
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          auto up = orientation::upright(orientation, w, h, x, y);
+          const float* px = d.image.at(up.x, up.y);
+          for (int c = 0; c < 3; ++c)
+            wrong += px[c] != srgb::decode(float(expected[(size_t(y) * w + x) * 3 + c]) / 255.0f);
+        }
+      EXPECT_EQ(wrong, 0) << threads << " threads, orientation " << orientation;
+    }
+  }
 }
 
 TEST(JpegDecoder, GreyscaleGivesNeutralPixels) {
