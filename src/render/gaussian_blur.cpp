@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "render/blur_simd.h"
 #include "render/parallel.h"
 
 namespace vg {
@@ -33,6 +34,7 @@ struct DirectFilter {
     for (double v : w) weights.push_back(float(v / sum));
   }
   int context() const { return radius; }
+  int taps() const { return 2 * radius + 1; }
 };
 
 // Deriche's fourth-order fit of the Gaussian: for x >= 0,
@@ -100,30 +102,6 @@ struct Scratch {
 };
 
 template <class Fetch, class Put>
-void directLine(const DirectFilter& f, int lanes, int s0, int s1, int o0, int o1, Fetch fetch, Put put,
-                Scratch& s) {
-  const int R = f.radius;
-  const int e0 = o0 - R, len = (o1 + R) - e0;
-  s.in.resize(size_t(len) * size_t(lanes));
-  for (int i = 0; i < len; ++i) {
-    int p = std::clamp(e0 + i, s0, s1 - 1);
-    std::memcpy(&s.in[size_t(i) * size_t(lanes)], fetch(p), size_t(lanes) * sizeof(float));
-  }
-  const float* w = f.weights.data();
-  const int taps = 2 * R + 1;
-  for (int o = o0; o < o1; ++o) {
-    float* dst = put(o);
-    const float* src = &s.in[size_t(o - o0) * size_t(lanes)];
-    for (int l = 0; l < lanes; ++l) dst[l] = 0.0f;
-    for (int k = 0; k < taps; ++k) {
-      const float wk = w[k];
-      const float* sk = src + size_t(k) * size_t(lanes);
-      for (int l = 0; l < lanes; ++l) dst[l] += wk * sk[l];
-    }
-  }
-}
-
-template <class Fetch, class Put>
 void recursiveLine(const RecursiveFilter& f, int lanes, int s0, int s1, int o0, int o1, Fetch fetch, Put put,
                    Scratch& s) {
   const int M = f.context();
@@ -183,8 +161,92 @@ void recursiveLine(const RecursiveFilter& f, int lanes, int s0, int s1, int o0, 
   }
 }
 
-template <class Filter>
-Image separable(const Filter& f, const Image& src, const Rect& out) {
+// ---------------------------------------------------------------- streamed direct blur
+
+// One horizontal pass of the direct filter: source row sy (clamped columns)
+// into dst, out.width pixels from column out.x. `line` is scratch.
+void horizontalRow(const DirectFilter& f, const Image& src, int sy, const Rect& out, std::vector<float>& line,
+                   float* dst) {
+  const Rect sb = src.bounds();
+  const int R = f.radius;
+  const int first = out.x - R, count = out.width + 2 * R;
+  line.resize(blur::paddedFloats(size_t(count) * 4));
+  const float* row = src.row(sy);
+  // Columns left of the source repeat its first pixel, right of it its last.
+  const int inside0 = std::clamp(sb.x, first, first + count), inside1 = std::clamp(sb.right(), first, first + count);
+  for (int p = first; p < inside0; ++p) std::memcpy(&line[size_t(p - first) * 4], row, 4 * sizeof(float));
+  if (inside1 > inside0) {
+    std::memcpy(&line[size_t(inside0 - first) * 4], row + size_t(inside0 - sb.x) * 4,
+                size_t(inside1 - inside0) * 4 * sizeof(float));
+  }
+  const float* last = row + size_t(sb.width - 1) * 4;
+  for (int p = std::max(inside1, first); p < first + count; ++p) {
+    std::memcpy(&line[size_t(p - first) * 4], p < sb.x ? row : last, 4 * sizeof(float));
+  }
+  thread_local std::vector<const float*> taps;
+  taps.resize(size_t(f.taps()));
+  for (int k = 0; k < f.taps(); ++k) taps[size_t(k)] = line.data() + size_t(k) * 4;
+  blur::symmetricSum(taps.data(), f.weights.data(), f.taps(), dst, size_t(out.width) * 4);
+}
+
+// Bands of output rows [y0, y1), each computing its own horizontal rows.
+// The rows a band's vertical taps need from beyond its edges are taken
+// (horizontally blurred) before any band starts writing, so a consumer may
+// overwrite its own row in place.
+void streamDirect(const DirectFilter& f, const Image& src, const Rect& out, const BlurRowConsumer& consume) {
+  const Rect sb = src.bounds();
+  const int R = f.radius, T = f.taps();
+  const size_t rowFloats = blur::paddedFloats(size_t(out.width) * 4);
+  auto sourceRow = [&](int y) { return std::clamp(y, sb.y, sb.bottom() - 1); };
+
+  const int minRows = std::max(32, 8 * R);
+  const int bands = std::clamp(out.height / minRows, 1, 4 * parallelism());
+  auto bandStart = [&](int b) { return out.y + int(int64_t(out.height) * b / bands); };
+
+  // Phase 1: the R rows above and below every band.
+  std::vector<std::vector<float>> edges(static_cast<size_t>(bands));
+  parallelFor(0, bands, 1, [&](int b0, int b1) {
+    std::vector<float> line;
+    for (int b = b0; b < b1; ++b) {
+      const int y0 = bandStart(b), y1 = bandStart(b + 1);
+      std::vector<float>& e = edges[size_t(b)];
+      e.resize(rowFloats * size_t(2 * R));
+      for (int i = 0; i < R; ++i) {
+        horizontalRow(f, src, sourceRow(y0 - R + i), out, line, &e[rowFloats * size_t(i)]);
+        horizontalRow(f, src, sourceRow(y1 + i), out, line, &e[rowFloats * size_t(R + i)]);
+      }
+    }
+  });
+
+  // Phase 2: each band slides its ring of T horizontal rows down its rows.
+  parallelFor(0, bands, 1, [&](int b0, int b1) {
+    std::vector<float> line, ring(rowFloats * size_t(T)), result(rowFloats);
+    std::vector<const float*> slot(static_cast<size_t>(T)), taps(static_cast<size_t>(T));
+    for (int b = b0; b < b1; ++b) {
+      const int y0 = bandStart(b), y1 = bandStart(b + 1);
+      const std::vector<float>& e = edges[size_t(b)];
+      for (int yy = y0 - R; yy < y1 + R; ++yy) {
+        const size_t s = size_t(yy - (y0 - R)) % size_t(T);
+        if (yy < y0) {
+          slot[s] = &e[rowFloats * size_t(yy - (y0 - R))];
+        } else if (yy >= y1) {
+          slot[s] = &e[rowFloats * size_t(R + yy - y1)];
+        } else {
+          float* dst = &ring[rowFloats * s];
+          horizontalRow(f, src, sourceRow(yy), out, line, dst);
+          slot[s] = dst;
+        }
+        const int y = yy - R;  // the output row whose taps are now all present
+        if (y < y0) continue;
+        for (int k = 0; k < T; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % size_t(T)];
+        blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), size_t(out.width) * 4);
+        consume(y, result.data());
+      }
+    }
+  });
+}
+
+Image separable(const RecursiveFilter& f, const Image& src, const Rect& out) {
   const Rect sb = src.bounds();
   const int M = f.context();
   // Source rows the vertical pass reads (the clamped ones included once).
@@ -198,11 +260,7 @@ Image separable(const Filter& f, const Image& src, const Rect& out) {
       float* dst = h.row(y);
       auto fetch = [&](int p) { return row + size_t(p - sb.x) * 4; };
       auto put = [&](int p) { return dst + size_t(p - out.x) * 4; };
-      if constexpr (std::is_same_v<Filter, DirectFilter>) {
-        directLine(f, 4, sb.x, sb.right(), out.x, out.right(), fetch, put, s);
-      } else {
-        recursiveLine(f, 4, sb.x, sb.right(), out.x, out.right(), fetch, put, s);
-      }
+      recursiveLine(f, 4, sb.x, sb.right(), out.x, out.right(), fetch, put, s);
     }
   });
   Image result(out);
@@ -216,11 +274,7 @@ Image separable(const Filter& f, const Image& src, const Rect& out) {
       const int lanes = w * 4;
       auto fetch = [&](int p) { return h.at(x0, p); };
       auto put = [&](int p) { return result.at(x0, p); };
-      if constexpr (std::is_same_v<Filter, DirectFilter>) {
-        directLine(f, lanes, sb.y, sb.bottom(), out.y, out.bottom(), fetch, put, s);
-      } else {
-        recursiveLine(f, lanes, sb.y, sb.bottom(), out.y, out.bottom(), fetch, put, s);
-      }
+      recursiveLine(f, lanes, sb.y, sb.bottom(), out.y, out.bottom(), fetch, put, s);
     }
   });
   return result;
@@ -228,11 +282,13 @@ Image separable(const Filter& f, const Image& src, const Rect& out) {
 
 }  // namespace
 
-Image gaussianBlur(const Image& src, float sigma, const Rect& out) {
-  if (out.empty()) return Image(Rect{out.x, out.y, 0, 0});
-  if (src.empty()) return Image(out);
+namespace {
+
+// Whole-image blur for the paths that are not streamed: no blur (a clamped
+// copy) and the recursive filter.
+Image blurWhole(const Image& src, float sigma, const Rect& out) {
   if (!(sigma > 0.0f) || !std::isfinite(sigma)) {
-    Image copy(out);
+    Image copy = Image::uninitialized(out);
     const Rect sb = src.bounds();
     parallelRows(out, 16, [&](int y0, int y1) {
       for (int y = y0; y < y1; ++y) {
@@ -244,21 +300,58 @@ Image gaussianBlur(const Image& src, float sigma, const Rect& out) {
     });
     return copy;
   }
-  if (sigma < kRecursiveFrom) return separable(DirectFilter(sigma), src, out);
   return separable(RecursiveFilter(sigma), src, out);
 }
 
+bool streamed(float sigma) { return sigma > 0.0f && sigma < kRecursiveFrom; }
+
+}  // namespace
+
+bool gaussianBlurStreams(float sigma) { return streamed(sigma) || !(sigma > 0.0f) || !std::isfinite(sigma); }
+
+void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume) {
+  if (out.empty()) return;
+  if (src.empty()) {
+    std::vector<float> zero(size_t(out.width) * 4, 0.0f);
+    parallelRows(out, 16, [&](int y0, int y1) {
+      for (int y = y0; y < y1; ++y) consume(y, zero.data());
+    });
+    return;
+  }
+  if (streamed(sigma)) {
+    streamDirect(DirectFilter(sigma), src, out, consume);
+    return;
+  }
+  const Image whole = blurWhole(src, sigma, out);
+  parallelRows(out, 8, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) consume(y, whole.row(y));
+  });
+}
+
+Image gaussianBlur(const Image& src, float sigma, const Rect& out) {
+  if (out.empty()) return Image(Rect{out.x, out.y, 0, 0});
+  if (src.empty()) return Image(out);
+  if (!streamed(sigma)) return blurWhole(src, sigma, out);
+  Image result = Image::uninitialized(out);
+  streamDirect(DirectFilter(sigma), src, out, [&](int y, const float* row) {
+    std::memcpy(result.row(y), row, size_t(out.width) * 4 * sizeof(float));
+  });
+  return result;
+}
+
+void unsharpRow(const float* c, const float* blurred, float* out, int n, float intensity) {
+  for (int i = 0; i < n; ++i, c += 4, blurred += 4, out += 4) {
+    const float a = c[3];
+    for (int k = 0; k < 3; ++k) out[k] = c[k] + (c[k] - blurred[k]) * intensity;
+    out[3] = a;
+  }
+}
+
 Image unsharpMask(const Image& src, float radius, float intensity) {
-  Image out = gaussianBlur(src, radius);
   const Rect b = src.bounds();
-  parallelRows(b, 16, [&](int y0, int y1) {
-    for (int y = y0; y < y1; ++y) {
-      const float* c = src.row(y);
-      float* o = out.row(y);
-      for (int i = 0; i < b.width * 4; ++i) {
-        o[i] = (i % 4 == 3) ? c[i] : c[i] + (c[i] - o[i]) * intensity;
-      }
-    }
+  Image out = Image::uninitialized(b);
+  gaussianBlurRows(src, radius, b, [&](int y, const float* blurred) {
+    unsharpRow(src.row(y), blurred, out.row(y), b.width, intensity);
   });
   return out;
 }

@@ -9,6 +9,9 @@
 // - sigma < 3: direct convolution with the sampled Gaussian exp(-k²/2σ²),
 //   k = -R...R with R = ceil(3σ), normalised to sum 1 (the cut tail is 0.27 %
 //   of the mass, so the L1 error against the untruncated kernel is below 0.6 %).
+//   Streamed: each thread takes a band of rows and keeps the 2R + 1
+//   horizontally blurred rows a vertical tap needs in a ring, so no
+//   intermediate image is made and a row's consumer runs while it is in cache.
 // - sigma >= 3: Deriche's fourth-order recursive Gaussian (R. Deriche, "Recursively
 //   implementing the Gaussian and its derivatives", INRIA RR-1893, 1993), causal
 //   and anti-causal parts summed, in double precision, gain normalised to 1.
@@ -26,9 +29,25 @@
 // processed in parallel (parallel.h); the result does not depend on threading.
 #pragma once
 
+#include <functional>
+
 #include "render/image.h"
 
 namespace vg {
+
+// Streams the blur of src over the rows of `out`: consume(y, blurred) gets
+// every row y of out once, `blurred` pointing at its out.width RGBA pixels
+// (valid during the call only). Calls for different bands of rows run
+// concurrently; within a band rows come in ascending order.
+// In place: when out equals src.bounds(), consume may overwrite row y of src
+// (that row only). Every read of the source a blurred row needs happens before
+// the consumer of that row runs, so a stage can replace its input row by row.
+// Whether gaussianBlurRows streams at this sigma (no full-size buffer);
+// otherwise it makes the whole blurred image and an intermediate first.
+bool gaussianBlurStreams(float sigma);
+
+using BlurRowConsumer = std::function<void(int y, const float* blurred)>;
+void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
 
 // Blurred copy of src covering `out` (working-image coordinates).
 // An empty source gives a transparent image.
@@ -38,5 +57,7 @@ inline Image gaussianBlur(const Image& src, float sigma) { return gaussianBlur(s
 // Unsharp mask: c + (c - gauss(c, radius)) × intensity on the colour channels,
 // alpha kept, over src's bounds. No clamping (values may leave 0...1).
 Image unsharpMask(const Image& src, float radius, float intensity);
+// One row of it: n pixels of c and their blur into out (which may be c).
+void unsharpRow(const float* c, const float* blurred, float* out, int n, float intensity);
 
 }  // namespace vg

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 
 namespace vg {
@@ -231,6 +232,10 @@ void Geometry::renderRows(const Image& source, Image& out, int y0, int y1) const
       PointF b = toSource({region.x + 1.5, y + 0.5});
       int sx = int(std::floor(a.x)), sy = int(std::floor(a.y));
       int dx = int(std::lround(b.x - a.x)), dy = int(std::lround(b.y - a.y));
+      if (dx == 1 && dy == 0 && E.contains(sx, sy) && E.contains(sx + region.width - 1, sy)) {
+        std::memcpy(dst, source.at(sx, sy), size_t(region.width) * 4 * sizeof(float));  // upright, unflipped
+        continue;
+      }
       for (int i = 0; i < region.width; ++i, sx += dx, sy += dy) {
         float* d = dst + size_t(i) * 4;
         if (E.contains(sx, sy)) {

@@ -1,19 +1,102 @@
 #include "render/image.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
 #include <sys/mman.h>
 
 namespace vg {
 namespace {
+
 constexpr size_t kAlign = 64;
 constexpr size_t kHugePage = size_t(2) << 20;
 constexpr size_t kHugeThreshold = size_t(8) << 20;
+
+// Free large blocks, oldest first. A request takes the smallest block that
+// holds it without wasting more than a quarter of the block; a request no
+// block fits empties the pool.
+class BufferPool {
+ public:
+  void* take(size_t bytes, size_t& capacity) {
+    std::lock_guard<std::mutex> guard(lock_);
+    size_t best = blocks_.size();
+    for (size_t i = 0; i < blocks_.size(); ++i) {
+      const size_t c = blocks_[i].capacity;
+      if (c >= bytes && c - bytes <= c / 4 && (best == blocks_.size() || c < blocks_[best].capacity)) best = i;
+    }
+    if (best == blocks_.size()) {
+      // A miss means the sizes in use changed (another picture, another
+      // scale): the blocks kept for the old ones would only add to the peak.
+      while (!blocks_.empty()) dropOldest();
+      return nullptr;
+    }
+    void* p = blocks_[best].p;
+    capacity = blocks_[best].capacity;
+    pooled_ -= capacity;
+    blocks_.erase(blocks_.begin() + std::ptrdiff_t(best));
+    return p;
+  }
+
+  void put(void* p, size_t capacity) {
+    if (capacity > Image::kPoolBytes) {
+      std::free(p);
+      return;
+    }
+    std::lock_guard<std::mutex> guard(lock_);
+    while (!blocks_.empty() && pooled_ + capacity > Image::kPoolBytes) dropOldest();
+    blocks_.push_back({p, capacity});
+    pooled_ += capacity;
+  }
+
+  void release() {
+    std::lock_guard<std::mutex> guard(lock_);
+    while (!blocks_.empty()) dropOldest();
+  }
+
+  size_t pooled() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return pooled_;
+  }
+
+  ~BufferPool() { release(); }
+
+ private:
+  struct Block {
+    void* p;
+    size_t capacity;
+  };
+  void dropOldest() {
+    std::free(blocks_.front().p);
+    pooled_ -= blocks_.front().capacity;
+    blocks_.erase(blocks_.begin());
+  }
+
+  std::mutex lock_;
+  std::vector<Block> blocks_;
+  size_t pooled_ = 0;
+};
+
+BufferPool& pool() {
+  static BufferPool* instance = new BufferPool;  // outlives every static Image
+  return *instance;
 }
 
-void Image::Free::operator()(float* p) const { std::free(p); }
+}  // namespace
+
+void Image::Free::operator()(float* p) const {
+  if (p && capacity >= kHugeThreshold) {
+    pool().put(p, capacity);
+  } else {
+    std::free(p);
+  }
+}
+
+void Image::releasePool() { pool().release(); }
+size_t Image::pooledBytes() { return pool().pooled(); }
 
 Image::Image(Rect bounds) : Image(bounds, true) {}
 
@@ -30,21 +113,25 @@ Image::Image(Rect bounds, bool zeroed) : bounds_(bounds) {
   size_t total = rowBytes * size_t(bounds.height);
   if (total / rowBytes != size_t(bounds.height)) throw std::bad_alloc();
   void* p = nullptr;
+  size_t capacity = total;
   if (total >= kHugeThreshold) {
     // Large rasters in 2 MiB pages: far fewer page faults when first written.
-    size_t rounded = (total + kHugePage - 1) / kHugePage * kHugePage;
-    p = std::aligned_alloc(kHugePage, rounded);
-    if (p) madvise(p, rounded, MADV_HUGEPAGE);
+    capacity = (total + kHugePage - 1) / kHugePage * kHugePage;
+    p = pool().take(capacity, capacity);
+    if (!p) {
+      p = std::aligned_alloc(kHugePage, capacity);
+      if (p) madvise(p, capacity, MADV_HUGEPAGE);
+    }
   } else {
     p = std::aligned_alloc(kAlign, total);
   }
   if (!p) throw std::bad_alloc();
   if (zeroed) std::memset(p, 0, total);
-  data_.reset(static_cast<float*>(p));
+  data_ = std::unique_ptr<float[], Free>(static_cast<float*>(p), Free{capacity});
 }
 
 Image Image::clone() const {
-  Image copy(bounds_);
+  Image copy = uninitialized(bounds_);
   if (!empty()) std::memcpy(copy.data_.get(), data_.get(), byteSize());
   return copy;
 }

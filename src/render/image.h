@@ -9,6 +9,12 @@
 //   until a stage clamps them.
 // - Move-only: copying hundreds of megabytes must be asked for (clone()).
 //   Share immutable images through std::shared_ptr<const Image>.
+// - Large buffers (8 MiB and more) are recycled: a freed one is kept in a
+//   process-wide pool (at most kPoolBytes, oldest dropped first) and handed to
+//   the next image that fits in it, so a render that allocates the same
+//   working buffers again and again does not pay the kernel for fresh zeroed
+//   pages each time. A request that no kept block fits empties the pool, so
+//   buffers of sizes no longer in use do not linger.
 #pragma once
 
 #include <cstddef>
@@ -41,6 +47,11 @@ class Image {
 
   Image clone() const;
 
+  // Bytes the pool may keep; releasePool() gives them all back to the system.
+  static constexpr size_t kPoolBytes = size_t(768) << 20;
+  static void releasePool();
+  static size_t pooledBytes();
+
   const Rect& bounds() const { return bounds_; }
   int width() const { return bounds_.width; }
   int height() const { return bounds_.height; }
@@ -62,6 +73,9 @@ class Image {
   Image(Rect bounds, bool zeroed);
 
   struct Free {
+    Free() noexcept : capacity(0) {}
+    explicit Free(size_t bytes) noexcept : capacity(bytes) {}
+    size_t capacity;  // bytes allocated: large blocks go back to the pool
     void operator()(float* p) const;
   };
   Rect bounds_;

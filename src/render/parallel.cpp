@@ -24,6 +24,10 @@ void parallelRows(const Rect& rect, int grain, const std::function<void(int y0, 
   parallelFor(rect.y, rect.bottom(), grain, fn);
 }
 
+int parallelism() {
+  return std::max(1, int(tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism)));
+}
+
 struct ScopedThreadLimit::Impl {
   tbb::global_control control;
   explicit Impl(int threads)

@@ -22,6 +22,9 @@ void parallelRows(const Rect& rect, int grain, const std::function<void(int y0, 
 // Runs fn(i0, i1) over [begin, end) split into chunks of at least grain items.
 void parallelFor(int begin, int end, int grain, const std::function<void(int i0, int i1)>& fn);
 
+// How many threads parallel work may use at the moment (at least 1).
+int parallelism();
+
 // Caps the number of worker threads the whole process uses while it lives
 // (benchmarks and tests compare 1 thread with N).
 class ScopedThreadLimit {

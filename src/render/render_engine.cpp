@@ -19,13 +19,18 @@ namespace vg {
 
 // One step of a compiled chain: either a point stage, run in place on a row
 // of pixels (fused with its neighbours), or a full pass over the region.
+// A full pass replaces the image's rows in place and hands every finished row
+// to `after` (the point stages that follow it, possibly none) while the row
+// is still in cache.
+using RowFn = std::function<void(const kernels::KernelRow&)>;
+
 struct RenderEngine::Stage {
-  std::function<void(const kernels::KernelRow&)> point;
-  std::function<void(Image&)> full;
+  RowFn point;
+  std::function<void(Image&, const RowFn& after)> full;
   int halo = 0;  // how far a full pass reads beyond a pixel
 
-  static Stage pointStage(std::function<void(const kernels::KernelRow&)> fn) { return {std::move(fn), {}, 0}; }
-  static Stage fullStage(std::function<void(Image&)> fn, int halo) { return {{}, std::move(fn), halo}; }
+  static Stage pointStage(RowFn fn) { return {std::move(fn), {}, 0}; }
+  static Stage fullStage(std::function<void(Image&, const RowFn&)> fn, int halo) { return {{}, std::move(fn), halo}; }
 };
 
 using Stage = RenderEngine::Stage;
@@ -43,36 +48,52 @@ int blurReach(double sigma) {
   return int(std::ceil(sigma < 3 ? 3 * sigma : 5 * sigma)) + 1;
 }
 
+// Runs every row of `image` through fn, in parallel bands.
+void forEachRow(Image& image, const RowFn& fn) {
+  const Rect b = image.bounds();
+  parallelRows(b, kGrainRows, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) fn({image.row(y), nullptr, b.width, b.x, y});
+  });
+}
+
+// The point stages [i, j) as one row function (empty when there are none).
+RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
+  if (i == j) return {};
+  return [&stages, i, j](const kernels::KernelRow& row) {
+    for (size_t k = i; k < j; ++k) stages[k].point(row);
+  };
+}
+
 // Runs `stages` over `image` in place. `produce(image, y0, y1)`, when given,
-// first fills rows [y0, y1) (the geometry), fused with the leading point stages.
+// first fills rows [y0, y1) (the geometry), fused with the leading point
+// stages; every full pass carries the point stages after it.
 void runStages(Image& image, const std::vector<Stage>& stages,
                const std::function<void(Image&, int, int)>& produce = {}) {
   const Rect b = image.bounds();
   if (b.empty()) return;
   size_t i = 0;
-  bool pending = bool(produce);
-  while (i < stages.size() || pending) {
-    size_t j = i;
+  while (i < stages.size() && stages[i].point) ++i;
+  const RowFn leading = fusedPoints(stages, 0, i);
+  if (produce || leading) {
+    parallelRows(b, kGrainRows, [&](int y0, int y1) {
+      if (produce) produce(image, y0, y1);
+      if (leading)
+        for (int y = y0; y < y1; ++y) leading({image.row(y), nullptr, b.width, b.x, y});
+    });
+  }
+  while (i < stages.size()) {
+    size_t j = i + 1;
     while (j < stages.size() && stages[j].point) ++j;
-    if (j > i || pending) {
-      const bool fill = pending;
-      parallelRows(b, kGrainRows, [&](int y0, int y1) {
-        if (fill) produce(image, y0, y1);
-        for (int y = y0; y < y1; ++y) {
-          kernels::KernelRow row{image.row(y), nullptr, b.width, b.x, y};
-          for (size_t k = i; k < j; ++k) stages[k].point(row);
-        }
-      });
-      pending = false;
+    const RowFn after = fusedPoints(stages, i + 1, j);
+    bool done = false;
+    try {
+      stages[i].full(image, after);
+      done = true;
+    } catch (const std::exception&) {
+      logLine(kKernelApplyFailed);
     }
-    if (j < stages.size()) {
-      try {
-        stages[j].full(image);
-      } catch (const std::exception&) {
-        logLine(kKernelApplyFailed);
-      }
-      ++j;
-    }
+    // A failed pass leaves its input; the point stages after it still run.
+    if (!done && after) forEachRow(image, after);
     i = j;
   }
 }
@@ -83,21 +104,19 @@ int totalHalo(const std::vector<Stage>& stages) {
   return h;
 }
 
-// Runs a kernel with a second image (a blur) over the whole of `image`.
-void applyWithAux(Image& image, const Image& aux, const std::function<void(const kernels::KernelRow&)>& fn) {
-  const Rect b = image.bounds();
-  parallelRows(b, kGrainRows, [&](int y0, int y1) {
-    for (int y = y0; y < y1; ++y) fn({image.row(y), aux.at(b.x, y), b.width, b.x, y});
-  });
-}
-
 // A neighbourhood stage: Blur(sigma) of the running image (edges clamped to
-// its extent), then a kernel reading it as its second image.
-Stage blurStage(double sigma, std::function<void(const kernels::KernelRow&)> kernel) {
+// its extent), then a kernel reading it as its second image, row by row in
+// place as the blur streams.
+Stage blurStage(double sigma, RowFn kernel) {
   return Stage::fullStage(
-      [sigma, kernel = std::move(kernel)](Image& image) {
-        Image blur = gaussianBlur(image, float(sigma));
-        applyWithAux(image, blur, kernel);
+      [sigma, kernel = std::move(kernel)](Image& image, const RowFn& after) {
+        const Rect b = image.bounds();
+        gaussianBlurRows(image, float(sigma), b, [&](int y, const float* blurred) {
+          kernels::KernelRow row{image.row(y), blurred, b.width, b.x, y};
+          kernel(row);
+          row.aux = nullptr;
+          if (after) after(row);
+        });
       },
       blurReach(sigma));
 }
@@ -180,8 +199,8 @@ Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, boo
 }
 
 // Runs kernel over image with, as its second image, `small` enlarged bilinearly.
-void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale,
-                       const std::function<void(const kernels::KernelRow&)>& kernel) {
+void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale, const RowFn& kernel,
+                       const RowFn& after) {
   const Rect b = image.bounds();
   const Rect sb = small.bounds();
   // Column taps are the same for every row.
@@ -216,6 +235,7 @@ void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect,
         }
       }
       kernel({image.row(y), aux.data(), b.width, b.x, y});
+      if (after) after({image.row(y), nullptr, b.width, b.x, y});
     }
   });
 }
@@ -250,12 +270,42 @@ void blendRow(float* background, const float* adjusted, int n, int x, int y, con
   }
 }
 
+// The smallest rectangle inside `within` holding every mask value that is
+// not 0 (outside it blending with the mask changes nothing).
+Rect maskSupport(const GreyImage& mask, const Rect& within) {
+  const Rect r = mask.bounds().intersected(within);
+  if (r.empty()) return Rect{};
+  std::vector<int> first(size_t(r.height), r.right()), last(size_t(r.height), r.x - 1);
+  parallelRows(r, 16, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+      const float* m = mask.row(y) + (r.x - mask.bounds().x);
+      int a = 0;
+      while (a < r.width && m[a] == 0.0f) ++a;
+      if (a == r.width) continue;
+      int e = r.width - 1;
+      while (m[e] == 0.0f) --e;
+      first[size_t(y - r.y)] = r.x + a;
+      last[size_t(y - r.y)] = r.x + e;
+    }
+  });
+  int x0 = r.right(), x1 = r.x - 1, y0 = r.bottom(), y1 = r.y - 1;
+  for (int y = r.y; y < r.bottom(); ++y) {
+    if (last[size_t(y - r.y)] < r.x) continue;
+    x0 = std::min(x0, first[size_t(y - r.y)]);
+    x1 = std::max(x1, last[size_t(y - r.y)]);
+    y0 = std::min(y0, y);
+    y1 = y;
+  }
+  if (x1 < x0) return Rect{};
+  return Rect{x0, y0, x1 + 1 - x0, y1 + 1 - y0};
+}
+
 Rect clipRegion(const std::optional<Rect>& region, const Rect& outputRect) {
   return region ? region->intersected(outputRect) : outputRect;
 }
 
 Image cropCopy(const Image& image, const Rect& r) {
-  Image out(r);
+  Image out = Image::uninitialized(r);
   parallelRows(r, 16, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) std::copy_n(image.at(r.x, y), size_t(r.width) * 4, out.row(y));
   });
@@ -475,9 +525,9 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
   if (a.clarity != 0) {
     DetailParams p{float(a.clarity / 100 * 0.75)};
     st.push_back(Stage::fullStage(
-        [p, s, outputRect](Image& image) {
+        [p, s, outputRect](Image& image, const RowFn& after) {
           Image low = gaussianBlur(reduceToGrid(image, outputRect, kClarityScale, false), float(8.0 * s));
-          applyWithEnlarged(image, low, outputRect, kClarityScale, [p](const KernelRow& r) { detail(p, r); });
+          applyWithEnlarged(image, low, outputRect, kClarityScale, [p](const KernelRow& r) { detail(p, r); }, after);
         },
         clarityReach(s)));
   }
@@ -486,16 +536,21 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DehazeParams p{float(a.dehaze / 100 * 0.8)};
     double sigma = 6 * s;
     st.push_back(Stage::fullStage(
-        [p, sigma, outputRect](Image& image) {
+        [p, sigma, outputRect](Image& image, const RowFn& after) {
           const int f = darkChannelFactor(sigma);
           if (f == 1) {
             Image dark = image.clone();
             applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
-            Image blur = gaussianBlur(dark, float(sigma));
-            applyWithAux(image, blur, [p](const KernelRow& r) { dehaze(p, r); });
+            const Rect b = image.bounds();
+            gaussianBlurRows(dark, float(sigma), b, [&](int y, const float* blurred) {
+              KernelRow row{image.row(y), blurred, b.width, b.x, y};
+              dehaze(p, row);
+              row.aux = nullptr;
+              if (after) after(row);
+            });
           } else {
             Image small = gaussianBlur(reduceToGrid(image, outputRect, 1.0 / f, true), float(darkChannelSigma(sigma, f)));
-            applyWithEnlarged(image, small, outputRect, 1.0 / f, [p](const KernelRow& r) { dehaze(p, r); });
+            applyWithEnlarged(image, small, outputRect, 1.0 / f, [p](const KernelRow& r) { dehaze(p, r); }, after);
           }
         },
         darkChannelReach(sigma)));
@@ -505,9 +560,15 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     double radius = a.sharpenRadius * s;
     float intensity = float((a.sharpen / 100 * 1.8 + 0.4) * (a.sharpenDetail / 100 + 0.5));
     if (a.sharpenMasking <= 0) {
-      st.push_back(Stage::fullStage([radius, intensity](Image& image) {
-        image = unsharpMask(image, float(radius), intensity);
-      }, blurReach(radius)));
+      st.push_back(Stage::fullStage(
+          [radius, intensity](Image& image, const RowFn& after) {
+            const Rect b = image.bounds();
+            gaussianBlurRows(image, float(radius), b, [&](int y, const float* blurred) {
+              unsharpRow(image.row(y), blurred, image.row(y), b.width, intensity);
+              if (after) after({image.row(y), nullptr, b.width, b.x, y});
+            });
+          },
+          blurReach(radius)));
     } else {
       float lo = float(a.sharpenMasking / 100 * 0.285 + 0.015);
       SharpenBlendParams p{intensity, lo, lo + 0.06f};
@@ -579,7 +640,7 @@ ColorStage RenderEngine::colorStageImpl(const Image& source, bool geometryApplie
   std::vector<Stage> stages;
   appendColorStage(stages, recipe, g, outputRect, s);
   const Rect work = target.grown(totalHalo(stages)).intersected(outputRect);
-  Image image(work);
+  Image image = Image::uninitialized(work);
   if (geometryApplied) {
     runStages(image, stages, [&](Image& out, int y0, int y1) {
       for (int y = y0; y < y1; ++y) std::copy_n(source.at(work.x, y), size_t(work.width) * 4, out.row(y));
@@ -630,6 +691,20 @@ int RenderEngine::chainHalo(const GlobalAdjustments& a, double s) {
   return h;
 }
 
+int RenderEngine::chainExtraBuffers(const GlobalAdjustments& a, double s) {
+  int extra = 0;
+  auto blur = [&](bool active, double sigma) {
+    if (active && !gaussianBlurStreams(float(sigma))) extra = std::max(extra, 2);
+  };
+  blur(a.denoise > 0, 1.6 * s);
+  blur(a.colorDenoise > 0, 2.4 * s);
+  blur(a.defringe > 0, 1.2 * s);
+  blur(a.texture != 0, 2.2 * s);
+  blur(a.sharpen > 0, a.sharpenRadius * s);
+  if (a.dehaze != 0 && darkChannelFactor(6 * s) == 1) extra = std::max(extra, gaussianBlurStreams(float(6 * s)) ? 1 : 3);
+  return extra;
+}
+
 // ------------------------------------------------------------ the whole render
 
 Image RenderEngine::render(const Image& source, const EditDocument& recipe, const MaskImages& masks,
@@ -644,14 +719,19 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
   // so that the working buffers stay within the work budget.
   if (!colorStageIn) {
     int halo = chainHalo(recipe.adjustments, s);
-    for (const MaskLayer& layer : recipe.masks)
-      if (layer.enabled && masks.count(layer.id)) halo += chainHalo(layer.adjustments, s);
-    const int64_t rowBytes = int64_t(target.width) * 16 * kWorkBuffers;
+    int extra = chainExtraBuffers(recipe.adjustments, s);
+    for (const MaskLayer& layer : recipe.masks) {
+      if (!layer.enabled || !masks.count(layer.id)) continue;
+      const int layerHalo = chainHalo(layer.adjustments, s);
+      halo += layerHalo;
+      if (layerHalo > 0) extra = std::max(extra, 1 + chainExtraBuffers(layer.adjustments, s));
+    }
+    const int64_t rowBytes = int64_t(target.width) * 16 * (1 + extra);
     const int64_t workRows = std::min<int64_t>(target.height + 2 * halo, outputRect.height);
     if (workRows * rowBytes > int64_t(workBudget_)) {
       const int bandRows = int(std::max<int64_t>(64, int64_t(workBudget_) / rowBytes - 2 * halo));
       if (bandRows < target.height) {
-        Image out(target);
+        Image out = Image::uninitialized(target);
         for (int y = target.y; y < target.bottom(); y += bandRows) {
           RenderOptions band = options;
           band.region = Rect{target.x, y, target.width, std::min(bandRows, target.bottom() - y)};
@@ -679,22 +759,44 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
     const bool pointsOnly = std::all_of(chain.begin(), chain.end(), [](const Stage& st) { return bool(st.point); });
     if (pointsOnly) {
       // Fused: the adjusted copy of a row lives only while the row is in cache.
+      // Only the span of the row the mask touches is adjusted.
       local.push_back(Stage::pointStage([chain = std::move(chain), mask](const kernels::KernelRow& r) {
+        const Rect& mb = mask->bounds();
+        if (r.y < mb.y || r.y >= mb.bottom()) return;
+        int x0 = std::max(r.x, mb.x), x1 = std::min(r.x + r.n, mb.right());
+        const float* m = mask->row(r.y) - mb.x;
+        while (x0 < x1 && m[x0] == 0.0f) ++x0;
+        while (x1 > x0 && m[x1 - 1] == 0.0f) --x1;
+        if (x0 == x1) return;
+        float* span = r.rgba + size_t(x0 - r.x) * 4;
+        const int n = x1 - x0;
         thread_local std::vector<float> adjusted;
-        adjusted.assign(r.rgba, r.rgba + size_t(r.n) * 4);
-        kernels::KernelRow copy{adjusted.data(), nullptr, r.n, r.x, r.y};
+        adjusted.assign(span, span + size_t(n) * 4);
+        kernels::KernelRow copy{adjusted.data(), nullptr, n, x0, r.y};
         for (const Stage& st : chain) st.point(copy);
-        blendRow(r.rgba, adjusted.data(), r.n, r.x, r.y, *mask);
+        blendRow(span, adjusted.data(), n, x0, r.y, *mask);
       }));
     } else {
-      int halo = totalHalo(chain);
+      const int halo = totalHalo(chain);
       local.push_back(Stage::fullStage(
-          [chain = std::move(chain), mask](Image& image) {
-            Image adjusted = image.clone();
-            runStages(adjusted, chain);
+          [chain = std::move(chain), mask, halo](Image& image, const RowFn& after) {
+            // Only the part the mask touches is adjusted, over the reach of
+            // the layer's neighbourhood stages around it.
             const Rect b = image.bounds();
+            const Rect support = maskSupport(*mask, b);
+            if (support.empty()) {
+              if (after) forEachRow(image, after);
+              return;
+            }
+            Image adjusted = cropCopy(image, support.grown(halo).intersected(b));
+            runStages(adjusted, chain);
             parallelRows(b, kGrainRows, [&](int y0, int y1) {
-              for (int y = y0; y < y1; ++y) blendRow(image.row(y), adjusted.row(y), b.width, b.x, y, *mask);
+              for (int y = y0; y < y1; ++y) {
+                if (y >= support.y && y < support.bottom()) {
+                  blendRow(image.at(support.x, y), adjusted.at(support.x, y), support.width, support.x, y, *mask);
+                }
+                if (after) after({image.row(y), nullptr, b.width, b.x, y});
+              }
             });
           },
           halo));
@@ -739,7 +841,7 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
     appendColorStage(all, recipe, g, outputRect, s);
     all.insert(all.end(), tail.begin(), tail.end());
     const Rect work = target.grown(totalHalo(all)).intersected(outputRect);
-    image = Image(work);
+    image = Image::uninitialized(work);
     runStages(image, all, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); });
   }
   if (image.bounds() != target) image = cropCopy(image, target);

@@ -121,11 +121,12 @@ class RenderEngine {
   static constexpr std::size_t kLutCacheLimit = 8;
   static constexpr std::size_t kLutCacheBytes = std::size_t(256) << 20;
   // Working memory of one render pass: regions whose halo-grown rows would
-  // need more (at kWorkBuffers float RGBA buffers alive at once: the running
-  // image, a mask's adjusted copy, a blur and its intermediate, the dark
-  // channel) are rendered in bands.
-  static constexpr std::size_t kWorkBudgetBytes = std::size_t(640) << 20;
-  static constexpr int kWorkBuffers = 6;
+  // need more (counting the running image and the full-size buffers its
+  // stages hold at once: a mask layer's adjusted copy, a dark channel, a
+  // recursive blur and its intermediate) are rendered in bands.
+  static constexpr std::size_t kWorkBudgetBytes = std::size_t(800) << 20;
+  // Full-size RGBA buffers a chain holds besides the running image at its peak.
+  static int chainExtraBuffers(const GlobalAdjustments& adjustments, double scale);
   void setWorkBudget(std::size_t bytes) { workBudget_ = bytes; }
 
   // Cache introspection (tests).

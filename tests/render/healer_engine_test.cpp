@@ -96,7 +96,7 @@ TEST(HealerEngine, BandedRendersHealTheWholeFrameOnce) {
   RenderEngine whole;
   Image expected = whole.render(source, doc, {}, options);
   RenderEngine banded;
-  banded.setWorkBudget(size_t(300) * 16 * RenderEngine::kWorkBuffers * 70);  // bands of 70 rows
+  banded.setWorkBudget(size_t(300) * 16 * 70);  // one buffer of 70 rows: bands
   Image out = banded.render(source, doc, {}, options);
   EXPECT_TRUE(samePixels(out, expected)) << "every band sees the same healed frame";
   EXPECT_EQ(banded.healCache().entryCount(), 1u);
