@@ -40,5 +40,26 @@ TEST(Image, EmptyBoundsAllocateNothing) {
   EXPECT_TRUE(img.clone().empty());
 }
 
+TEST(Image, LargeBuffersAreRecycledZeroedAndReleasedOnAMiss) {
+  Image::releasePool();
+  const Rect big{0, 0, 1024, 1024};  // 16 MiB
+  const float* first = nullptr;
+  {
+    Image a(big);
+    first = a.row(0);
+    a.at(5, 5)[1] = 3.0f;
+  }
+  EXPECT_GE(Image::pooledBytes(), size_t(16) << 20);
+  {
+    Image again(big);
+    EXPECT_EQ(again.row(0), first) << "the freed block is handed out again";
+    EXPECT_EQ(again.at(5, 5)[1], 0.0f) << "and zeroed like a fresh one";
+  }
+  { Image small(Rect{0, 0, 1024, 600}); }  // fits no kept block without waste
+  EXPECT_LE(Image::pooledBytes(), size_t(10) << 20) << "a miss lets the old sizes go";
+  Image::releasePool();
+  EXPECT_EQ(Image::pooledBytes(), 0u);
+}
+
 }  // namespace
 }  // namespace vg

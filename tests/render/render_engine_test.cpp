@@ -313,6 +313,30 @@ TEST_F(RenderEngineTest, MasksBlendTheirOwnChain) {
   both.adjustments.clarity = 40;
   EXPECT_LT(maxDiff(render(source, doc, {{layer.id, full}}), render(source, both)), 1e-5);
 
+  // A mask over a small patch with a neighbourhood stage: inside it the
+  // layer's chain over the whole frame, outside it the image untouched.
+  doc.masks[0].adjustments = {};
+  doc.masks[0].adjustments.texture = 60;
+  doc.masks[0].adjustments.denoise = 30;
+  auto patch = std::make_shared<GreyImage>(source.bounds(), 0.0f);
+  for (int y = 20; y < 30; ++y)
+    for (int x = 40; x < 52; ++x) patch->at(x, y) = 0.75f;
+  Image patched = render(source, doc, {{layer.id, patch}});
+  Image adjusted = engine.applyAdjustments(source, doc.masks[0].adjustments, 1.0);
+  float inside = 0, outside = 0;
+  for (int y = 0; y < 64; ++y)
+    for (int x = 0; x < 96; ++x)
+      for (int c = 0; c < 4; ++c) {
+        const float s = source.at(x, y)[c], t = patch->at(x, y);
+        const float want = s + (adjusted.at(x, y)[c] - s) * t;
+        (t > 0 ? inside : outside) = std::max(t > 0 ? inside : outside, std::abs(patched.at(x, y)[c] - want));
+      }
+  EXPECT_LT(inside, 1e-6);
+  EXPECT_EQ(outside, 0.0f);
+  EXPECT_GT(maxDiff(patched, source), 0.01f);
+  doc.masks[0].adjustments = {};
+  doc.masks[0].adjustments.exposure = 1;
+
   // Disabled, neutral, or without an image: nothing changes.
   doc.masks[0].enabled = false;
   EXPECT_TRUE(identical(render(source, doc, {{layer.id, full}}), source));
