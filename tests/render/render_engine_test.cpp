@@ -333,7 +333,7 @@ TEST_F(RenderEngineTest, MasksBlendTheirOwnChain) {
       }
   EXPECT_LT(inside, 1e-6);
   EXPECT_EQ(outside, 0.0f);
-  EXPECT_GT(maxDiff(patched, source), 0.01f);
+  EXPECT_GT(maxDiff(patched, source), 0.005f);  // the layer did something
   doc.masks[0].adjustments = {};
   doc.masks[0].adjustments.exposure = 1;
 
