@@ -81,6 +81,10 @@ InputColor::Transfer transferOf(heif_transfer_characteristics t) {
       return InputColor::Transfer::gamma22;
     case heif_transfer_characteristic_linear:
       return InputColor::Transfer::linear;
+    case heif_transfer_characteristic_ITU_R_BT_2100_0_PQ:
+      return InputColor::Transfer::pq;
+    case heif_transfer_characteristic_ITU_R_BT_2100_0_HLG:
+      return InputColor::Transfer::hlg;
     default:
       return InputColor::Transfer::srgb;
   }
@@ -148,10 +152,13 @@ HeifDecoded decodeHeif(std::span<const uint8_t> bytes) {
                                 nclx->color_primary_white_x, nclx->color_primary_white_y};
         bool valid = p.redY > 0 && p.greenY > 0 && p.blueY > 0 && p.whiteY > 0;
         if (valid) {
-          color.emplace(InputColor::fromPrimaries(p, transferOf(nclx->transfer_characteristics), format));
+          const InputColor::Transfer transfer = transferOf(nclx->transfer_characteristics);
+          color.emplace(InputColor::fromPrimaries(p, transfer, format));
           if (nclx->color_primaries == heif_color_primaries_SMPTE_EG_432_1) out.decoded.profileName = "Display P3";
           if (nclx->color_primaries == heif_color_primaries_ITU_R_BT_2020_2_and_2100_0) {
-            out.decoded.profileName = "Rec. 2020";
+            out.decoded.profileName = transfer == InputColor::Transfer::pq    ? "Rec. 2100 PQ"
+                                      : transfer == InputColor::Transfer::hlg ? "Rec. 2100 HLG"
+                                                                               : "Rec. 2020";
           }
         }
       }

@@ -3,7 +3,9 @@
 // the container's rotation (irot) and mirror (imir); the EXIF orientation
 // that phones also write describes the same turn and is NOT applied again.
 // Colour: an ICC profile (prof/rICC) when present, else the nclx primaries
-// and transfer, else sRGB. The Exif block is returned for the metadata.
+// and transfer, else sRGB. HDR files (nclx PQ or HLG transfer) keep their
+// range: HDR reference white (203 cd/m²) becomes 1.0 and brighter light
+// stays above it (input_color.h). The Exif block is returned for the metadata.
 // Throws DecodeError.
 #pragma once
 

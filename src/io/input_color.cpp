@@ -202,8 +202,31 @@ cmsHPROFILE linearSrgbProfile() {
   return p;
 }
 
+// HDR reference white (BT.2408): the luminance that becomes 1.0.
+constexpr double kHdrReferenceWhite = 203.0;
+// HLG reference display (BT.2100): nominal peak luminance and system gamma.
+constexpr double kHlgPeak = 1000.0;
+constexpr double kHlgSystemGamma = 1.2;
+
+// SMPTE ST 2084 EOTF: signal 0...1 -> cd/m², 0...10000.
+double pqToNits(double e) {
+  constexpr double m1 = 2610.0 / 16384.0, m2 = 2523.0 / 4096.0 * 128.0;
+  constexpr double c1 = 3424.0 / 4096.0, c2 = 2413.0 / 4096.0 * 32.0, c3 = 2392.0 / 4096.0 * 32.0;
+  double p = std::pow(std::clamp(e, 0.0, 1.0), 1.0 / m2);
+  return 10000.0 * std::pow(std::max(p - c1, 0.0) / (c2 - c3 * p), 1.0 / m1);
+}
+
+// BT.2100 HLG inverse OETF: signal 0...1 -> scene light 0...1.
+double hlgToScene(double e) {
+  constexpr double a = 0.17883277, b = 0.28466892, c = 0.55991073;  // b = 1 - 4a, c = 0.5 - a ln(4a)
+  e = std::clamp(e, 0.0, 1.0);
+  return e <= 0.5 ? e * e / 3.0 : (std::exp((e - c) / a) + b) / 12.0;
+}
+
 float transferToLinear(InputColor::Transfer t, float v) {
   switch (t) {
+    case InputColor::Transfer::pq: return float(pqToNits(v) / kHdrReferenceWhite);
+    case InputColor::Transfer::hlg: return float(hlgToScene(v));
     case InputColor::Transfer::srgb: return srgb::decode(v);
     case InputColor::Transfer::bt709: {
       float a = std::fabs(v);
@@ -286,6 +309,11 @@ InputColor InputColor::fromPrimaries(const Primaries& p, Transfer transfer, cons
   if (!nearIdentity(m)) {
     c.hasMatrix_ = true;
     for (int i = 0; i < 9; ++i) c.matrix_[i] = float(m[i]);
+  }
+  if (transfer == Transfer::hlg) {
+    Mat3 toXyz = rgbToXyz(p);
+    c.hlgOotf_ = true;
+    for (int i = 0; i < 3; ++i) c.hlgLuma_[size_t(i)] = float(toXyz[3 + i]);
   }
   if (transfer == Transfer::srgb) {
     c.buildTables({nullptr, nullptr, nullptr});
@@ -389,10 +417,21 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
   return finished(std::move(c));
 }
 
+void InputColor::applyHlgSystemGamma(float& r, float& g, float& b) const {
+  // Fd = peak × Ys^(gamma - 1) × Fs, in units of reference white.
+  float ys = hlgLuma_[0] * r + hlgLuma_[1] * g + hlgLuma_[2] * b;
+  float gain = ys > 0.0f ? float(kHlgPeak / kHdrReferenceWhite) * std::pow(ys, float(kHlgSystemGamma - 1.0)) : 0.0f;
+  r *= gain;
+  g *= gain;
+  b *= gain;
+}
+
 InputColor InputColor::finished(InputColor c) {
   const SourceFormat& f = c.format_;
   const bool bytes = f.type == SampleType::u8 && f.bitDepth == 8;
-  if (c.mode_ != Mode::tables || !bytes || f.alphaAssociated || f.model == ColorModel::cmyk) return c;
+  if (c.mode_ != Mode::tables || !bytes || f.alphaAssociated || f.model == ColorModel::cmyk || c.hlgOotf_) {
+    return c;
+  }
   // One table per colour channel whose entries are that channel's share of
   // the final pixel: matrix column × tone curve, alpha lane 1 on the first.
   // The lanes are computed with the same float operations, in the same
@@ -477,6 +516,7 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
         g = t1[sample(i, 1)];
         b = t2[sample(i, 2)];
       }
+      if (hlgOotf_) applyHlgSystemGamma(r, g, b);
       if (hasMatrix_) {
         const auto& m = matrix_;
         float R = m[0] * r + m[1] * g + m[2] * b;
@@ -557,6 +597,7 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
       g = curveFloat(1, in[1]);
       b = curveFloat(2, in[2]);
     }
+    if (hlgOotf_) applyHlgSystemGamma(r, g, b);
     if (hasMatrix_) {
       const auto& m = matrix_;
       float R = m[0] * r + m[1] * g + m[2] * b;

@@ -14,6 +14,16 @@
 //   linear sRGB, evaluated row by row (slow, only for such exotic files);
 // - primaries and a transfer curve given as numbers (HEIF nclx), built into a
 //   matrix/shaper profile and taken through the fast path;
+// - HDR transfers (nclx PQ and HLG) are scaled so that HDR reference white,
+//   203 cd/m² (BT.2408), becomes 1.0 in the working space; everything
+//   brighter stays above 1.0 for the highlight controls to bring in (nothing
+//   is tone-mapped at load):
+//   - PQ (SMPTE ST 2084): the EOTF gives absolute luminance, divided by 203,
+//     so its 10000 cd/m² peak is 49.3;
+//   - HLG (BT.2100): the inverse OETF gives scene light, then the BT.2100
+//     OOTF of a 1000 cd/m² reference display (system gamma 1.2, on the
+//     luminance of the file's own primaries) makes it display light, divided
+//     by 203: a 75 % signal is 1.0, full signal 4.93;
 // - float data without a profile can be declared working-space data as is.
 // An empty, unreadable or mismatched profile (an RGB profile on grey data)
 // is ignored and the default for the colour model applies.
@@ -36,7 +46,7 @@ namespace vg {
 
 class InputColor {
  public:
-  enum class Transfer { srgb, bt709, gamma22, linear };
+  enum class Transfer { srgb, bt709, gamma22, linear, pq, hlg };
   struct Primaries {
     double redX, redY, greenX, greenY, blueX, blueY, whiteX, whiteY;
   };
@@ -68,6 +78,7 @@ class InputColor {
   void buildTables(const std::array<const void*, 3>& curves);  // cmsToneCurve*, null = sRGB
   void convertBytes(const uint8_t* src, int count, float* dst) const;
   float curveFloat(int channel, float v) const;
+  void applyHlgSystemGamma(float& r, float& g, float& b) const;
 
   SourceFormat format_;
   Mode mode_ = Mode::tables;
@@ -84,6 +95,10 @@ class InputColor {
   // Float samples: the curve of each channel.
   FloatCurve floatCurve_ = FloatCurve::srgb;
   std::array<std::vector<float>, 3> floatTables_;  // 4097 entries over 0...1
+  // HLG: the OOTF between the curve and the matrix (luminance weights of the
+  // file's primaries); off for every other transfer.
+  bool hlgOotf_ = false;
+  std::array<float, 3> hlgLuma_{};
   bool hasMatrix_ = false;
   std::array<float, 9> matrix_{};
   std::shared_ptr<const Lcms> lcms_;

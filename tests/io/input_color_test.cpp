@@ -185,6 +185,11 @@ TEST(InputColor, EightBitTablesMatchThePerSamplePath) {
       {"working space", ColorModel::rgb, true, false, [](auto& f) { return InputColor::workingSpace(f); }},
       {"grey", ColorModel::gray, true, false, [](auto& f) { return InputColor::fromIcc({}, f); }},
       {"grey min-is-white", ColorModel::gray, false, true, [](auto& f) { return InputColor::fromIcc({}, f); }},
+      {"HLG (system gamma)", ColorModel::rgb, false, false,
+       [](auto& f) {
+         InputColor::Primaries bt2020{0.708, 0.292, 0.170, 0.797, 0.131, 0.046, 0.3127, 0.3290};
+         return InputColor::fromPrimaries(bt2020, InputColor::Transfer::hlg, f);
+       }},
       {"grey through a matrix", ColorModel::gray, false, false,
        [&](auto& f) { return InputColor::fromPrimaries(p3, InputColor::Transfer::gamma22, f); }},
   };
