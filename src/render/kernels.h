@@ -127,19 +127,32 @@ GrainPrepared prepare(const GrainParams& p);
 // The look-up image: 2 rows of lutMax + 1 RGBA float texels (see curve_lut.h).
 // c = clamp01(src); each channel through row 0 R (master), then R through row 0 G,
 // G through row 0 B, B through row 1 R; linear between texel centres at v·lutMax.
+// The sampler clamps to the edge texels: a value outside 0...1 between the two
+// look-ups (only possible with a table outside 0...1) reads T[0] or T[lutMax].
 struct CurvesParams {
   const float* row0 = nullptr;  // lutMax + 1 RGBA texels
   const float* row1 = nullptr;  // lutMax + 1 RGBA texels
   int lutMax = 1023;
 };
 struct CurvesPrepared {
+  enum Table { kMaster, kRed, kGreen, kBlue };
   int lutMax = 0;
-  // Four planar tables (master, red, green, blue) of lutMax + 2 floats, the
-  // last entry repeated so that an interpolation never reads past the end.
-  std::vector<float> master, red, green, blue;
-  // The same tables as (T[i], T[i + 1]) pairs, one 8-byte word per texel, so
-  // the fast path fetches both ends of an interval with one gathered load.
-  std::vector<double> masterPairs, redPairs, greenPairs, bluePairs;
+  // The four tables (master, red, green, blue) of lutMax + 2 floats, the last
+  // entry repeated so that an interpolation never reads past the end.
+  std::array<std::vector<float>, 4> tables;
+  // The same tables as (T[i], T[i + 1] - T[i]) pairs, one 8-byte word per
+  // texel, so the fast path fetches value and slope of an interval with one
+  // gathered load and interpolates with one multiply-add.
+  std::array<std::vector<double>, 4> pairs;
+  // Tables on a straight line T[i] = offset + slope·i / lutMax (within 1e-7;
+  // the identity and every two-point curve): the fast path evaluates the line
+  // instead of looking up, which moves its result by at most about 2e-7 times
+  // the slope of the curve applied after it. A channel's line is only used
+  // when the master table stays within 0...1 (true for every table the curve
+  // look-up image holds); otherwise the look-up's clamp to the edge texels
+  // matters.
+  std::array<bool, 4> linear{};
+  std::array<float, 4> lineOffset{}, lineSlope{};
 };
 CurvesPrepared prepare(const CurvesParams& p);
 

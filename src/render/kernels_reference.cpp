@@ -31,8 +31,9 @@ void forPixels(const KernelRow& row, Fn&& fn) {
 float length3(float r, float g, float b) { return std::sqrt(r * r + g * g + b * b); }
 
 float lookup(const std::vector<float>& table, int lutMax, float v) {
-  // Texel i has its centre at i + 0.5; the sample position is v × lutMax + 0.5.
-  float u = (v * float(lutMax) + 0.5f) - 0.5f;
+  // Texel i has its centre at i + 0.5; the sample position is v × lutMax + 0.5,
+  // clamped to the centres of the edge texels (clamp01 also maps NaN to 0).
+  float u = (clamp01(v) * float(lutMax) + 0.5f) - 0.5f;
   float i0 = std::floor(u);
   int i = std::clamp(int(i0), 0, lutMax);
   float f = u - i0;
@@ -89,25 +90,30 @@ CurvesPrepared prepare(const CurvesParams& p) {
   CurvesPrepared c;
   c.lutMax = std::max(1, p.lutMax);
   const size_t n = size_t(c.lutMax) + 1;
-  for (auto* t : {&c.master, &c.red, &c.green, &c.blue}) t->assign(n + 1, 0.0f);
-  for (size_t i = 0; i < n; ++i) {
-    c.master[i] = p.row0 ? p.row0[i * 4 + 0] : float(i) / float(c.lutMax);
-    c.red[i] = p.row0 ? p.row0[i * 4 + 1] : float(i) / float(c.lutMax);
-    c.green[i] = p.row0 ? p.row0[i * 4 + 2] : float(i) / float(c.lutMax);
-    c.blue[i] = p.row1 ? p.row1[i * 4 + 0] : float(i) / float(c.lutMax);
-  }
-  for (auto* t : {&c.master, &c.red, &c.green, &c.blue}) (*t)[n] = (*t)[n - 1];
-  auto pairs = [n](const std::vector<float>& t, std::vector<double>& out) {
-    out.resize(n);
+  // Where each table sits in the look-up image: row and component.
+  const float* const rows[4] = {p.row0, p.row0, p.row0, p.row1};
+  const size_t components[4] = {0, 1, 2, 0};
+  for (size_t t = 0; t < 4; ++t) {
+    std::vector<float>& table = c.tables[t];
+    table.assign(n + 1, 0.0f);
+    for (size_t i = 0; i < n; ++i) table[i] = rows[t] ? rows[t][i * 4 + components[t]] : float(i) / float(c.lutMax);
+    table[n] = table[n - 1];
+    c.pairs[t].resize(n);
+    const double offset = table[0], slope = double(table[n - 1]) - double(table[0]);
+    c.linear[t] = std::isfinite(slope);
+    c.lineOffset[t] = float(offset);
+    c.lineSlope[t] = float(slope);
     for (size_t i = 0; i < n; ++i) {
-      float two[2] = {t[i], t[i + 1]};
-      std::memcpy(&out[i], two, sizeof two);
+      float two[2] = {table[i], table[i + 1] - table[i]};
+      std::memcpy(&c.pairs[t][i], two, sizeof two);
+      const double line = offset + slope * double(i) / double(c.lutMax);
+      if (!(std::fabs(double(table[i]) - line) <= 1e-7)) c.linear[t] = false;
     }
-  };
-  pairs(c.master, c.masterPairs);
-  pairs(c.red, c.redPairs);
-  pairs(c.green, c.greenPairs);
-  pairs(c.blue, c.bluePairs);
+  }
+  const auto& master = c.tables[CurvesPrepared::kMaster];
+  if (!std::all_of(master.begin(), master.end(), [](float v) { return v >= 0.0f && v <= 1.0f; })) {
+    c.linear[CurvesPrepared::kRed] = c.linear[CurvesPrepared::kGreen] = c.linear[CurvesPrepared::kBlue] = false;
+  }
   return c;
 }
 
@@ -261,12 +267,13 @@ void grain(const GrainPrepared& p, const KernelRow& row) {
 
 void curves(const CurvesPrepared& p, const KernelRow& row) {
   forPixels(row, [&](float* px, const float*, float, float) {
-    float r = lookup(p.master, p.lutMax, clamp01(px[0]));
-    float g = lookup(p.master, p.lutMax, clamp01(px[1]));
-    float b = lookup(p.master, p.lutMax, clamp01(px[2]));
-    px[0] = lookup(p.red, p.lutMax, r);
-    px[1] = lookup(p.green, p.lutMax, g);
-    px[2] = lookup(p.blue, p.lutMax, b);
+    const auto& t = p.tables;
+    float r = lookup(t[CurvesPrepared::kMaster], p.lutMax, clamp01(px[0]));
+    float g = lookup(t[CurvesPrepared::kMaster], p.lutMax, clamp01(px[1]));
+    float b = lookup(t[CurvesPrepared::kMaster], p.lutMax, clamp01(px[2]));
+    px[0] = lookup(t[CurvesPrepared::kRed], p.lutMax, r);
+    px[1] = lookup(t[CurvesPrepared::kGreen], p.lutMax, g);
+    px[2] = lookup(t[CurvesPrepared::kBlue], p.lutMax, b);
   });
 }
 

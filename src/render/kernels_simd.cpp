@@ -16,18 +16,6 @@
 
 #include "render/kernels.h"
 
-#ifndef VG_RENDER_KERNELS_SIMD_DECLARATIONS
-#define VG_RENDER_KERNELS_SIMD_DECLARATIONS
-namespace vg::kernels::tables {
-// x^1.6 at x = i / kPowSteps, i = 0 ... kPowSteps, as (f(i), f(i + 1)) pairs of
-// floats in 8-byte words. Linear interpolation between them is within 3e-7 of
-// std::pow (the worst case is the first interval, 0.172 h^1.6), which keeps the
-// tone kernel within 2e-6 of its reference.
-inline constexpr int kPowSteps = 4096;
-const double* pow16Pairs();
-}  // namespace vg::kernels::tables
-#endif
-
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "render/kernels_simd.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -41,6 +29,15 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using D = hn::ScalableTag<float>;
 using V = hn::Vec<D>;
+
+// 16-lane x86 targets get two shortcuts below: in-register tables through
+// lane permutes, and a cheaper RGBA (de)interleave.
+#undef VG_KERNELS_AVX512
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+#define VG_KERNELS_AVX512 1
+#else
+#define VG_KERNELS_AVX512 0
+#endif
 
 // ---------------------------------------------------------------- helpers
 
@@ -64,15 +61,23 @@ HWY_INLINE V Luma(D d, V r, V g, V b) {
 HWY_INLINE V Length3(V r, V g, V b) {
   return hn::Sqrt(hn::Add(hn::Add(hn::Mul(r, r), hn::Mul(g, g)), hn::Mul(b, b)));
 }
-// Looks up (table[i], table[i + 1]) for every lane, from a table of float
-// pairs stored as 8-byte words: one 64-bit gather per half vector instead of
-// two 32-bit gathers per vector.
+// Looks up the pair (value, slope) = table[i] for every lane, from a table of
+// float pairs stored as 8-byte words: one 64-bit gather per half vector
+// instead of two 32-bit gathers per vector.
 HWY_INLINE void GatherPairs(D d, const double* HWY_RESTRICT pairs, hn::Vec<hn::RebindToSigned<D>> idx, V& lo, V& hi) {
 #if HWY_TARGET == HWY_SCALAR
   float two[2];
   std::memcpy(two, pairs + hn::GetLane(idx), sizeof two);
   lo = hn::Set(d, two[0]);
   hi = hn::Set(d, two[1]);
+#elif VG_KERNELS_AVX512
+  (void)d;
+  alignas(64) static constexpr int32_t kEven[16] = {0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30};
+  const __m512i even = _mm512_load_si512(kEven), odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
+  const __m512 first = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_castsi512_si256(idx.raw), pairs, 8));
+  const __m512 second = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_extracti64x4_epi64(idx.raw, 1), pairs, 8));
+  lo = V{_mm512_permutex2var_ps(first, even, second)};
+  hi = V{_mm512_permutex2var_ps(first, odd, second)};
 #else
   const hn::RebindToSigned<D> di;
   const hn::Half<decltype(di)> dih;
@@ -85,15 +90,91 @@ HWY_INLINE void GatherPairs(D d, const double* HWY_RESTRICT pairs, hn::Vec<hn::R
 #endif
 }
 
-// x^1.6 for x in 0...1, linear between the samples of tables::pow16Pairs().
+// The integer part of v in 0...2^31 (truncation; v >= 0 so also the floor).
+HWY_INLINE hn::Vec<hn::RebindToSigned<D>> TruncateNonNegative(D d, V v) {
+#if VG_KERNELS_AVX512
+  (void)d;
+  return hn::Vec<hn::RebindToSigned<D>>{_mm512_cvttps_epi32(v.raw)};
+#else
+  return hn::ConvertTo(hn::RebindToSigned<D>(), v);
+#endif
+}
+
+#if VG_KERNELS_AVX512
+// x^1.6 for x in 0...1, without a table in memory (a 4096-entry table cost
+// two gathers per vector and was the tone kernel's bottleneck).
+// x = 2^-k m with m in [1, 2): x^1.6 = 2^-1.6k · m^1.6. The 16 powers 2^-1.6k
+// sit in one register and are picked by a lane permute; m^1.6 is a degree-6
+// polynomial in m - 1.5 (Chebyshev interpolant, relative error below 3e-7).
+// Inputs below 2^-15 use k = 15, so their result (true value below 6e-8) is
+// off by at most 2e-7. Through the tone kernel with shadows and highlights at
+// their extremes, a sweep of 4M inputs stays within 6e-7 of the reference.
 HWY_INLINE V Pow16(D d, V x) {
   const hn::RebindToSigned<D> di;
-  V u = hn::Mul(x, hn::Set(d, float(tables::kPowSteps)));
-  V i0 = hn::Min(hn::Floor(u), hn::Set(d, float(tables::kPowSteps - 1)));
-  V a, b;
-  GatherPairs(d, tables::pow16Pairs(), hn::ConvertTo(di, i0), a, b);
-  return Mix(a, b, hn::Sub(u, i0));
+  alignas(64) static constexpr float kOctave[16] = {
+      1.000000000e+00f, 3.298769722e-01f, 1.088188168e-01f, 3.589682181e-02f, 1.184153489e-02f, 3.906249677e-03f,
+      1.288581816e-03f, 4.250734681e-04f, 1.402219486e-04f, 4.625599185e-05f, 1.525878654e-05f, 5.033522304e-06f,
+      1.660443097e-06f, 5.477419416e-07f, 1.806874532e-07f, 5.960463000e-08f};
+  const auto bits = hn::BitCast(di, x);
+  const auto k = hn::Min(hn::Sub(hn::Set(di, 127), hn::ShiftRight<23>(bits)), hn::Set(di, 15));
+  const V m = hn::BitCast(d, hn::Or(hn::And(bits, hn::Set(di, 0x007FFFFF)), hn::Set(di, 0x3F800000)));
+  const V t = hn::Sub(m, hn::Set(d, 1.5f));
+  V poly = hn::MulAdd(t, hn::Set(d, 1.114411866e-03f), hn::Set(d, -2.909861422e-03f));
+  poly = hn::MulAdd(poly, t, hn::Set(d, 8.453396175e-03f));
+  poly = hn::MulAdd(poly, t, hn::Set(d, -3.625309054e-02f));
+  poly = hn::MulAdd(poly, t, hn::Set(d, 4.081362330e-01f));
+  poly = hn::MulAdd(poly, t, hn::Set(d, 2.040678444e+00f));
+  poly = hn::MulAdd(poly, t, hn::Set(d, 1.913136769e+00f));
+  return hn::Mul(poly, hn::TableLookupLanes(hn::Load(d, kOctave), hn::IndicesFromVec(d, k)));
 }
+#else
+// 1.6 log2(x) for finite x >= 0 (0 gives about -203). x = 2^e m with m in
+// [sqrt(1/2), sqrt(2)), split off with integer arithmetic on the bits; then
+// log2(m) = 2/ln 2 · atanh(s) with s = (m - 1)/(m + 1), |s| <= 0.172, as
+// 2/ln 2 · (s + s³/3 + s⁵/5 + s⁷/7): the next term is below 5e-8.
+HWY_INLINE V Log2Times16(D d, V x) {
+  const hn::RebindToSigned<D> di;
+  const auto kSqrtHalf = hn::Set(di, 0x3F3504F3);  // the bits of sqrt(1/2)
+  const auto shifted = hn::Sub(hn::BitCast(di, x), kSqrtHalf);
+  const V e = hn::ConvertTo(d, hn::ShiftRight<23>(shifted));
+  const V m = hn::BitCast(d, hn::Add(hn::And(shifted, hn::Set(di, 0x007FFFFF)), kSqrtHalf));
+  const V one = hn::Set(d, 1.0f);
+  const V s = hn::Div(hn::Sub(m, one), hn::Add(m, one));
+  const V s2 = hn::Mul(s, s);
+  constexpr float k = 1.6f * 2.0f / 0.693147181f;
+  V poly = hn::MulAdd(s2, hn::Set(d, k / 7.0f), hn::Set(d, k / 5.0f));
+  poly = hn::MulAdd(poly, s2, hn::Set(d, k / 3.0f));
+  poly = hn::MulAdd(poly, s2, hn::Set(d, k));
+  return hn::MulAdd(s, poly, hn::Mul(e, hn::Set(d, 1.6f)));
+}
+
+// 2^y for y <= 0; below -126 it gives 2^-126 (about 1e-38, standing for 0).
+// y = n + f with f in [-1/2, 1/2]: adding 1.5·2^23 rounds y to the integer n
+// in the low mantissa bits, which then become the exponent of 2^n; 2^f is
+// 1 + f P(f) with the polynomial of the classic Cephes exp2f (relative error
+// about 1e-7).
+HWY_INLINE V Exp2(D d, V y) {
+  const hn::RebindToSigned<D> di;
+  const V kRound = hn::Set(d, 12582912.0f);
+  y = hn::Max(y, hn::Set(d, -126.0f));
+  const V shifted = hn::Add(y, kRound);
+  const V f = hn::Sub(y, hn::Sub(shifted, kRound));
+  V poly = hn::MulAdd(f, hn::Set(d, 1.535336188319500e-4f), hn::Set(d, 1.339887440266574e-3f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 9.618437357674640e-3f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 5.550332471162809e-2f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 2.402264791363012e-1f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 6.931472028550421e-1f));
+  const V p = hn::MulAdd(poly, f, hn::Set(d, 1.0f));
+  const auto n = hn::Sub(hn::BitCast(di, shifted), hn::BitCast(di, kRound));
+  return hn::Mul(p, hn::BitCast(d, hn::ShiftLeft<23>(hn::Add(n, hn::Set(di, 127)))));
+}
+
+// x^1.6 for x in 0...1 as 2^(1.6 log2 x), without a table in memory (a table
+// cost two gathers per vector and was the tone kernel's bottleneck). Through
+// the tone kernel with shadows and highlights at their extremes, a sweep of 4M
+// inputs stays within 6e-7 of the reference's std::pow.
+HWY_INLINE V Pow16(D d, V x) { return Exp2(d, Log2Times16(d, x)); }
+#endif
 
 HWY_INLINE V Hash21(D d, V px, V py) {
   const V k = hn::Set(d, 0.1031f), c = hn::Set(d, 33.33f);
@@ -157,20 +238,61 @@ struct Px {
   V cx, cy;         // pixel centres
 };
 
+// Four planes from n RGBA pixels and back. Highway's generic (de)interleave
+// takes 16 shuffles each way for 16 lanes; two rounds of two-table permutes
+// take 8.
+#if VG_KERNELS_AVX512
+HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
+  const hn::RebindToSigned<D> di;
+  alignas(64) static constexpr int32_t kEvenPairs[16] = {0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29};
+  alignas(64) static constexpr int32_t kLowHalves[16] = {0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23};
+  const __m512i pairs = hn::Load(di, kEvenPairs).raw, pairs2 = _mm512_add_epi32(pairs, _mm512_set1_epi32(2));
+  const __m512i lo = hn::Load(di, kLowHalves).raw, hi = _mm512_add_epi32(lo, _mm512_set1_epi32(8));
+  const __m512 v0 = hn::LoadU(d, p).raw, v1 = hn::LoadU(d, p + 16).raw;
+  const __m512 v2 = hn::LoadU(d, p + 32).raw, v3 = hn::LoadU(d, p + 48).raw;
+  const __m512 rg01 = _mm512_permutex2var_ps(v0, pairs, v1), rg23 = _mm512_permutex2var_ps(v2, pairs, v3);
+  const __m512 ba01 = _mm512_permutex2var_ps(v0, pairs2, v1), ba23 = _mm512_permutex2var_ps(v2, pairs2, v3);
+  r = V{_mm512_permutex2var_ps(rg01, lo, rg23)};
+  g = V{_mm512_permutex2var_ps(rg01, hi, rg23)};
+  b = V{_mm512_permutex2var_ps(ba01, lo, ba23)};
+  a = V{_mm512_permutex2var_ps(ba01, hi, ba23)};
+}
+HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
+  const hn::RebindToSigned<D> di;
+  alignas(64) static constexpr int32_t kZip[16] = {0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23};
+  alignas(64) static constexpr int32_t kQuads[16] = {0, 1, 16, 17, 2, 3, 18, 19, 4, 5, 20, 21, 6, 7, 22, 23};
+  const __m512i zipLo = hn::Load(di, kZip).raw, zipHi = _mm512_add_epi32(zipLo, _mm512_set1_epi32(8));
+  const __m512i quadLo = hn::Load(di, kQuads).raw, quadHi = _mm512_add_epi32(quadLo, _mm512_set1_epi32(8));
+  const __m512 rgLo = _mm512_permutex2var_ps(r.raw, zipLo, g.raw), rgHi = _mm512_permutex2var_ps(r.raw, zipHi, g.raw);
+  const __m512 baLo = _mm512_permutex2var_ps(b.raw, zipLo, a.raw), baHi = _mm512_permutex2var_ps(b.raw, zipHi, a.raw);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadLo, baLo)}, d, p);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadHi, baLo)}, d, p + 16);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadLo, baHi)}, d, p + 32);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadHi, baHi)}, d, p + 48);
+}
+#else
+HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
+  hn::LoadInterleaved4(d, p, r, g, b, a);
+}
+HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
+  hn::StoreInterleaved4(r, g, b, a, d, p);
+}
+#endif
+
 template <class Op>
 HWY_INLINE void Step(D d, const Op& op, float* HWY_RESTRICT p, const float* HWY_RESTRICT aux, V cx, V cy) {
   Px px;
-  hn::LoadInterleaved4(d, p, px.r, px.g, px.b, px.a);
+  LoadRgba(d, p, px.r, px.g, px.b, px.a);
   if (aux) {
     V aa;
-    hn::LoadInterleaved4(d, aux, px.ar, px.ag, px.ab, aa);
+    LoadRgba(d, aux, px.ar, px.ag, px.ab, aa);
   } else {
     px.ar = px.ag = px.ab = hn::Zero(d);
   }
   px.cx = cx;
   px.cy = cy;
   op(d, px);
-  hn::StoreInterleaved4(px.r, px.g, px.b, px.a, d, p);
+  StoreRgba(d, px.r, px.g, px.b, px.a, p);
 }
 
 template <class Op>
@@ -205,35 +327,47 @@ HWY_INLINE void RunRow(const Op& op, const KernelRow& row) {
 // ---------------------------------------------------------------- kernels
 
 struct ToneOp {
-  ToneParams p;
-  // c += c·shadows·wS·1.2 + c·highlights·wH·1.2 is evaluated as c + c·k with
-  // k = 1.2 (shadows·wS + highlights·wH) shared by the three channels (within
-  // a few ulps of the reference's order).
-  HWY_INLINE V channel(D d, V c, V k) const {
-    c = ClampTo(d, hn::Add(c, hn::Mul(c, k)), 0.0f, 4.0f);
-    V x = Clamp01(d, c);
-    V out;
-    if (p.contrast >= 0.0f) {
-      V sc = hn::Mul(hn::Mul(x, x), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), x)));
-      out = Mix(x, sc, hn::Set(d, p.contrast));
+  // The reference's steps, regrouped into fewer operations (each within a few
+  // ulps of the reference's order):
+  // - the whites/blacks step has no upper clamp: a value above 4 there only
+  //   reaches the output through clamp01(c (1 + k)), whose result is the same
+  //   for c = 4 and for any larger c;
+  // - c + c·shadows·wS·1.2 + c·highlights·wH·1.2 is c (1 + k), with
+  //   k = 1.2 (shadows·wS + highlights·wH) shared by the three channels, and
+  //   its clamp to 0...4 followed by clamp01 is clamp01;
+  // - both contrast branches are one cubic x (a0 + x (a1 + a2 x)) + b0:
+  //   contrast >= 0: mix(x, x²(3 - 2x), t) = x (1 - t + x (3t - 2t x));
+  //   contrast < 0: mix(x, 0.5 + (x - 0.5)(1 + 0.8t), -t) = (1 - 0.8t²) x + 0.4t².
+  float gain, lift, shadows, highlights, a0, a1, a2, b0;
+  explicit ToneOp(const ToneParams& p)
+      : gain(1.0f + p.whites * 0.35f), lift(p.blacks * 0.35f), shadows(p.shadows * 1.2f),
+        highlights(p.highlights * 1.2f) {
+    const float t = p.contrast;
+    if (t >= 0.0f) {
+      a0 = 1.0f - t, a1 = 3.0f * t, a2 = -2.0f * t, b0 = 0.0f;
     } else {
-      V soft = hn::Add(hn::Set(d, 0.5f), hn::Mul(hn::Sub(x, hn::Set(d, 0.5f)), hn::Set(d, 1.0f + p.contrast * 0.8f)));
-      out = Mix(x, soft, hn::Set(d, -p.contrast));
+      a0 = 1.0f - 0.8f * t * t, a1 = 0.0f, a2 = 0.0f, b0 = 0.4f * t * t;
     }
-    return Clamp01(d, out);
+  }
+  HWY_INLINE V channel(D d, V c, V gainK) const {
+    const V x = Clamp01(d, hn::Mul(c, gainK));
+    V y = hn::MulAdd(x, hn::Set(d, a2), hn::Set(d, a1));
+    y = hn::MulAdd(y, x, hn::Set(d, a0));
+    y = hn::MulAdd(y, x, hn::Set(d, b0));
+    return hn::Min(hn::Max(y, hn::Zero(d)), hn::Set(d, 1.0f));
   }
   HWY_INLINE void operator()(D d, Px& x) const {
-    const V gain = hn::Set(d, 1.0f + p.whites * 0.35f), lift = hn::Set(d, p.blacks * 0.35f);
-    V r = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.r), gain), lift), 0.0f, 4.0f);
-    V g = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.g), gain), lift), 0.0f, 4.0f);
-    V b = ClampTo(d, hn::Add(hn::Mul(Clamp01(d, x.b), gain), lift), 0.0f, 4.0f);
-    const V one = hn::Set(d, 1.0f);
-    V l = Luma(d, hn::Min(r, one), hn::Min(g, one), hn::Min(b, one));
-    V k = hn::Add(hn::Mul(hn::Set(d, p.shadows * 1.2f), Pow16(d, Clamp01(d, hn::Sub(one, l)))),
-                  hn::Mul(hn::Set(d, p.highlights * 1.2f), Pow16(d, Clamp01(d, l))));
-    x.r = channel(d, r, k);
-    x.g = channel(d, g, k);
-    x.b = channel(d, b, k);
+    const V g = hn::Set(d, gain), b = hn::Set(d, lift), zero = hn::Zero(d), one = hn::Set(d, 1.0f);
+    const V r = hn::Max(hn::MulAdd(Clamp01(d, x.r), g, b), zero);
+    const V gr = hn::Max(hn::MulAdd(Clamp01(d, x.g), g, b), zero);
+    const V bl = hn::Max(hn::MulAdd(Clamp01(d, x.b), g, b), zero);
+    const V l = hn::Min(Luma(d, hn::Min(r, one), hn::Min(gr, one), hn::Min(bl, one)), one);
+    V gainK = one;
+    if (highlights != 0.0f) gainK = hn::MulAdd(hn::Set(d, highlights), Pow16(d, l), gainK);
+    if (shadows != 0.0f) gainK = hn::MulAdd(hn::Set(d, shadows), Pow16(d, hn::Max(hn::Sub(one, l), zero)), gainK);
+    x.r = channel(d, r, gainK);
+    x.g = channel(d, gr, gainK);
+    x.b = channel(d, bl, gainK);
   }
 };
 
@@ -379,26 +513,67 @@ struct GrainOp {
 
 struct CurvesOp {
   const CurvesPrepared* p;
-  HWY_INLINE V Lookup(D d, const double* pairs, V v) const {
-    const hn::RebindToSigned<D> di;
-    V u = hn::Sub(hn::Add(hn::Mul(v, hn::Set(d, float(p->lutMax))), hn::Set(d, 0.5f)), hn::Set(d, 0.5f));
-    V i0 = hn::Floor(u);
-    auto idx = hn::ConvertTo(di, i0);
-    idx = hn::Min(hn::Max(idx, hn::Zero(di)), hn::Set(di, p->lutMax));
-    V f = hn::Sub(u, i0);
-    V a, b;
-    GatherPairs(d, pairs, idx, a, b);
-    return Mix(a, b, f);
+  // v clamped to 0...1 gives the position u = v·lutMax in 0...lutMax, so the
+  // texel i = floor(u) needs no further clamp (pair lutMax is the last texel
+  // with slope 0); the result is T[i] + (T[i + 1] - T[i])·(u - i).
+  HWY_INLINE V Lookup(D d, const std::vector<double>& pairs, V v) const {
+    const V u = hn::Mul(Clamp01(d, v), hn::Set(d, float(p->lutMax)));
+    const auto i = TruncateNonNegative(d, u);
+    V value, slope;
+    GatherPairs(d, pairs.data(), i, value, slope);
+    return hn::MulAdd(slope, hn::Sub(u, hn::ConvertTo(d, i)), value);
+  }
+  // Curve t at v (v within 0...1 unless t is the master): a straight line
+  // evaluated, any other table looked up.
+  HWY_INLINE V Curve(D d, size_t t, V v) const {
+    if (p->linear[t]) return hn::MulAdd(v, hn::Set(d, p->lineSlope[t]), hn::Set(d, p->lineOffset[t]));
+    return Lookup(d, p->pairs[t], v);
+  }
+  // K vector steps at once, the master look-ups of all of them first and then
+  // the channels' own: the gathers of each group do not wait for each other,
+  // so more of them are in flight.
+  template <size_t K>
+  HWY_INLINE void Steps(D d, Px (&x)[K]) const {
+    V c[K][3];
+    for (size_t k = 0; k < K; ++k) {
+      // The input clamp (a look-up clamps by itself).
+      if (p->linear[CurvesPrepared::kMaster]) x[k].r = Clamp01(d, x[k].r), x[k].g = Clamp01(d, x[k].g), x[k].b = Clamp01(d, x[k].b);
+      c[k][0] = Curve(d, CurvesPrepared::kMaster, x[k].r);
+      c[k][1] = Curve(d, CurvesPrepared::kMaster, x[k].g);
+      c[k][2] = Curve(d, CurvesPrepared::kMaster, x[k].b);
+    }
+    for (size_t k = 0; k < K; ++k) {
+      x[k].r = Curve(d, CurvesPrepared::kRed, c[k][0]);
+      x[k].g = Curve(d, CurvesPrepared::kGreen, c[k][1]);
+      x[k].b = Curve(d, CurvesPrepared::kBlue, c[k][2]);
+    }
   }
   HWY_INLINE void operator()(D d, Px& x) const {
-    V r = Lookup(d, p->masterPairs.data(), Clamp01(d, x.r));
-    V g = Lookup(d, p->masterPairs.data(), Clamp01(d, x.g));
-    V b = Lookup(d, p->masterPairs.data(), Clamp01(d, x.b));
-    x.r = Lookup(d, p->redPairs.data(), r);
-    x.g = Lookup(d, p->greenPairs.data(), g);
-    x.b = Lookup(d, p->bluePairs.data(), b);
+    Px one[1] = {x};
+    Steps(d, one);
+    x = one[0];
   }
 };
+
+// Curves runs several vector steps per iteration (see CurvesOp::Steps); the
+// last pixels go through RunRow.
+HWY_INLINE void RunCurvesRow(const CurvesOp& op, const KernelRow& row) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t n = size_t(std::max(row.n, 0));
+  size_t i = 0;
+  // Four steps where 32 vector registers hold them (measured 37.5 ms against
+  // 39.8 ms for two on a 24 MP buffer, AVX-512); two elsewhere.
+  constexpr size_t K = VG_KERNELS_AVX512 ? 4 : 2;
+  for (; i + K * N <= n; i += K * N) {
+    float* p = row.rgba + i * 4;
+    Px x[K];
+    for (size_t k = 0; k < K; ++k) LoadRgba(d, p + k * N * 4, x[k].r, x[k].g, x[k].b, x[k].a);
+    op.Steps(d, x);
+    for (size_t k = 0; k < K; ++k) StoreRgba(d, x[k].r, x[k].g, x[k].b, x[k].a, p + k * N * 4);
+  }
+  if (i < n) RunRow(op, KernelRow{row.rgba + i * 4, nullptr, int(n - i), row.x + int(i), row.y});
+}
 
 struct DitherOp {
   HWY_INLINE void operator()(D d, Px& x) const {
@@ -529,7 +704,7 @@ struct SharpenBlendOp {
 
 // ---------------------------------------------------------------- entry points
 
-void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp{p}, r); }
+void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp(p), r); }
 void VibranceRow(const VibranceParams& p, const KernelRow& r) { RunRow(VibranceOp{p}, r); }
 void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp{p}, r); }
 void SplitToneRow(const SplitTonePrepared& p, const KernelRow& r) { RunRow(SplitToneOp{p}, r); }
@@ -537,7 +712,7 @@ void DetailRow(const DetailParams& p, const KernelRow& r) { RunRow(DetailOp{p}, 
 void DehazeRow(const DehazeParams& p, const KernelRow& r) { RunRow(DehazeOp{p}, r); }
 void VignetteRow(const VignettePrepared& p, const KernelRow& r) { RunRow(VignetteOp{p}, r); }
 void GrainRow(const GrainPrepared& p, const KernelRow& r) { RunRow(GrainOp{p}, r); }
-void CurvesRow(const CurvesPrepared& p, const KernelRow& r) { RunRow(CurvesOp{&p}, r); }
+void CurvesRow(const CurvesPrepared& p, const KernelRow& r) { RunCurvesRow(CurvesOp{&p}, r); }
 void DitherRow(const DitherParams&, const KernelRow& r) { RunRow(DitherOp{}, r); }
 void RedEyeRow(const RedEyeParams& p, const KernelRow& r) { RunRow(RedEyeOp{p}, r); }
 void DenoiseRow(const DenoiseParams& p, const KernelRow& r) { RunRow(DenoiseOp{p}, r); }
@@ -556,18 +731,6 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace vg::kernels {
-
-const double* tables::pow16Pairs() {
-  static const std::vector<double> table = [] {
-    std::vector<float> f(kPowSteps + 2);
-    for (int i = 0; i <= kPowSteps; ++i) f[size_t(i)] = std::pow(float(i) / float(kPowSteps), 1.6f);
-    f[kPowSteps + 1] = f[kPowSteps];
-    std::vector<double> pairs(kPowSteps + 1);
-    for (size_t i = 0; i < pairs.size(); ++i) std::memcpy(&pairs[i], &f[i], 2 * sizeof(float));
-    return pairs;
-  }();
-  return table.data();
-}
 
 #define VG_KERNEL_ENTRY(name, Fn, Params)                                 \
   HWY_EXPORT(Fn);                                                         \

@@ -2,6 +2,7 @@
 // behaviour a photographer relies on (neutral values, clamping, NaN, the
 // documented edge cases of each kernel).
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
 #include <cmath>
 #include <functional>
@@ -136,6 +137,30 @@ std::vector<Case> allCases() {
   }();
   static const auto row1 = identityCurveRow([](float x) { return 0.5f * x + 0.25f; }, 0);
   cases.push_back(make("curves", &curves, &reference::curves, prepare(CurvesParams{row0.data(), row1.data(), 1023})));
+  // Identity tables are skipped by the fast path: the master alone (the usual
+  // case), the channels alone, and nothing at all.
+  static const auto identityRow = identityCurveRow([](float x) { return x; }, 0);
+  static const auto masterOnly = [] {
+    std::vector<float> r = identityCurveRow([](float x) { return x * x * (3 - 2 * x); }, 0);
+    for (int i = 0; i < 1024; ++i) r[size_t(i) * 4 + 1] = r[size_t(i) * 4 + 2] = float(i) / 1023.0f;
+    return r;
+  }();
+  static const auto channelsOnly = [] {
+    std::vector<float> r = row0;
+    for (int i = 0; i < 1024; ++i) r[size_t(i) * 4] = float(i) / 1023.0f;
+    return r;
+  }();
+  static const auto identityAll = [] {
+    std::vector<float> r = identityRow;
+    for (int i = 0; i < 1024; ++i) r[size_t(i) * 4 + 1] = r[size_t(i) * 4 + 2] = float(i) / 1023.0f;
+    return r;
+  }();
+  cases.push_back(make("curves master only", &curves, &reference::curves,
+                       prepare(CurvesParams{masterOnly.data(), identityRow.data(), 1023})));
+  cases.push_back(make("curves channels only", &curves, &reference::curves,
+                       prepare(CurvesParams{channelsOnly.data(), row1.data(), 1023})));
+  cases.push_back(make("curves identity", &curves, &reference::curves,
+                       prepare(CurvesParams{identityAll.data(), identityRow.data(), 1023})));
   cases.push_back(make("dither", &dither, &reference::dither, DitherParams{}, false));
   cases.push_back(make("red eye", &redEye, &reference::redEye, RedEyeParams{10.0f, -20.0f, 60.0f, 0.45f}, false));
   for (float a : {0.2f, 0.9f}) cases.push_back(make("denoise", &denoise, &reference::denoise, DenoiseParams{a}));
@@ -157,6 +182,43 @@ TEST(Kernels, FastPathAgreesWithReferenceOnUnitData) {
   for (const auto& c : allCases()) {
     SCOPED_TRACE(c.name);
     EXPECT_LE(maxDifference(c.fast, c.ref, randomRows(7), c.writesAlpha), 1e-5f);
+  }
+}
+
+// Highway compiles the fast paths for several instruction sets and the
+// processor picks one at run time. Every compiled one must agree with the
+// reference, not only the one this machine picks: on unit data, on the dark
+// and near-white ends (where the tone kernel's power approximation is at its
+// limits), and without NaN on hostile input.
+TEST(Kernels, EveryCompiledInstructionSetAgreesWithReference) {
+  struct RestoreTargets {
+    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
+  } restore;
+  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+  auto hostile = randomRows(5, -2.0f, 3.0f);
+  for (auto& r : hostile) {
+    for (size_t i = 0; i < r.px.size(); ++i) {
+      if (i % 4 != 3 && i % 3 == 0) r.px[i] = std::array<float, 5>{nan, inf, -inf, -0.0f, 1e30f}[i / 3 % 5];
+    }
+  }
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    SCOPED_TRACE(hwy::TargetName(target));
+    for (const auto& c : allCases()) {
+      SCOPED_TRACE(c.name);
+      EXPECT_LE(maxDifference(c.fast, c.ref, randomRows(7), c.writesAlpha), 1e-5f);
+      EXPECT_LE(maxDifference(c.fast, c.ref, randomRows(8, 0.0f, 2e-4f), c.writesAlpha), 1e-5f);
+      EXPECT_LE(maxDifference(c.fast, c.ref, randomRows(9, 0.999f, 1.0f), c.writesAlpha), 1e-5f);
+      if (!c.clampsOutput) continue;
+      for (auto& r : hostile) {
+        std::vector<float> a = r.px;
+        c.fast(view(r, a));
+        for (size_t i = 0; i < a.size(); ++i) {
+          if (i % 4 == 3) continue;
+          ASSERT_TRUE(a[i] >= 0.0f && a[i] <= 1.0f) << "element " << i << " is " << a[i];
+        }
+      }
+    }
   }
 }
 
@@ -430,6 +492,42 @@ TEST(Kernels, CurvesInterpolateBetweenTexelCentres) {
   EXPECT_NEAR(run1(&curves, p, {0.5f / 1023.0f, 0, 1.0f / 1023.0f, 1})[0], 0.5f, 1e-4f);
   EXPECT_NEAR(run1(&curves, p, {0, 0, 0, 1})[0], 0.0f, 1e-6f);
   EXPECT_NEAR(run1(&curves, p, {1.0f, 1.0f, 2.0f, 1})[2], 1.0f, 1e-6f);  // 1023 is odd: master gives 1
+}
+
+TEST(Kernels, CurvesClampBetweenTheTwoLookUpsToTheEdgeTexels) {
+  // A master table outside 0...1 (never built by the curve look-up image, but
+  // a valid table) sends the second look-up past the ends: it reads the edge
+  // texels, as a sampler clamped to the image does.
+  for (float beyond : {-0.4f, 1.7f}) {
+    std::vector<float> row0(1024 * 4), row1(1024 * 4, 0.0f);
+    for (int i = 0; i < 1024; ++i) {
+      row0[size_t(i) * 4 + 0] = beyond;
+      row0[size_t(i) * 4 + 1] = 0.2f + 0.5f * float(i) / 1023.0f;  // red: 0.2 ... 0.7
+      row0[size_t(i) * 4 + 2] = float(i) / 1023.0f;
+      row1[size_t(i) * 4 + 0] = float(i) / 1023.0f;
+    }
+    auto p = prepare(CurvesParams{row0.data(), row1.data(), 1023});
+    const float want = beyond < 0 ? 0.2f : 0.7f;
+    for (auto fn : {&curves, &reference::curves}) {
+      std::array<float, 4> px{0.37f, 0.5f, 0.9f, 1.0f};
+      fn(p, KernelRow{px.data(), nullptr, 1, 0, 0});
+      EXPECT_NEAR(px[0], want, 1e-6f) << beyond;
+      EXPECT_NEAR(px[1], beyond < 0 ? 0.0f : 1.0f, 1e-6f) << beyond;
+    }
+  }
+}
+
+TEST(Kernels, IdentityCurvesLeaveUnitPixelsUntouched) {
+  std::vector<float> row0(1024 * 4), row1(1024 * 4);
+  for (int i = 0; i < 1024; ++i) {
+    for (int c = 0; c < 4; ++c) row0[size_t(i) * 4 + size_t(c)] = row1[size_t(i) * 4 + size_t(c)] = float(i) / 1023.0f;
+  }
+  auto p = prepare(CurvesParams{row0.data(), row1.data(), 1023});
+  for (auto& r : randomRows(21)) {
+    std::vector<float> out = r.px;
+    curves(p, view(r, out));
+    EXPECT_EQ(out, r.px);
+  }
 }
 
 TEST(Kernels, LensDistortionMapsRadially) {
