@@ -90,13 +90,16 @@ HWY_INLINE void GatherPairs(D d, const double* HWY_RESTRICT pairs, hn::Vec<hn::R
 #endif
 }
 
-// The integer part of v in 0...2^31 (truncation; v >= 0 so also the floor).
-HWY_INLINE hn::Vec<hn::RebindToSigned<D>> TruncateNonNegative(D d, V v) {
+// Splits v in 0...2^31 into its integer part (truncation; v >= 0 so also the
+// floor) and the fraction v - i.
+HWY_INLINE void SplitNonNegative(D d, V v, hn::Vec<hn::RebindToSigned<D>>& i, V& fraction) {
 #if VG_KERNELS_AVX512
   (void)d;
-  return hn::Vec<hn::RebindToSigned<D>>{_mm512_cvttps_epi32(v.raw)};
+  i.raw = _mm512_cvttps_epi32(v.raw);
+  fraction = V{_mm512_reduce_ps(v.raw, _MM_FROUND_TO_ZERO)};  // v - trunc(v) in one instruction
 #else
-  return hn::ConvertTo(hn::RebindToSigned<D>(), v);
+  i = hn::ConvertTo(hn::RebindToSigned<D>(), v);
+  fraction = hn::Sub(v, hn::ConvertTo(d, i));
 #endif
 }
 
@@ -518,10 +521,11 @@ struct CurvesOp {
   // with slope 0); the result is T[i] + (T[i + 1] - T[i])·(u - i).
   HWY_INLINE V Lookup(D d, const std::vector<double>& pairs, V v) const {
     const V u = hn::Mul(Clamp01(d, v), hn::Set(d, float(p->lutMax)));
-    const auto i = TruncateNonNegative(d, u);
-    V value, slope;
+    hn::Vec<hn::RebindToSigned<D>> i;
+    V f, value, slope;
+    SplitNonNegative(d, u, i, f);
     GatherPairs(d, pairs.data(), i, value, slope);
-    return hn::MulAdd(slope, hn::Sub(u, hn::ConvertTo(d, i)), value);
+    return hn::MulAdd(slope, f, value);
   }
   // Curve t at v (v within 0...1 unless t is the master): a straight line
   // evaluated, any other table looked up.
