@@ -5,6 +5,15 @@
 
 #include "render/kernel_math.h"
 
+// The row loops are built for several instruction sets, chosen at load time
+// (the library's baseline is plain x86-64); each clone does the same float
+// operations in the same order, so results do not depend on the processor.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define VG_ROW_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+#else
+#define VG_ROW_CLONES
+#endif
+
 namespace vg::filters {
 
 namespace {
@@ -85,7 +94,7 @@ Vec3 neutralWhite(Neutral n) {
 
 float exposureGain(float ev) { return std::exp2(ev); }
 
-void exposure(float gain, const KernelRow& row) {
+VG_ROW_CLONES void exposure(float gain, const KernelRow& row) {
   float* p = row.rgba;
   for (int i = 0; i < row.n; ++i, p += 4) {
     p[0] *= gain;
@@ -94,7 +103,7 @@ void exposure(float gain, const KernelRow& row) {
   }
 }
 
-void saturation(float s, const KernelRow& row) {
+VG_ROW_CLONES void saturation(float s, const KernelRow& row) {
   float* p = row.rgba;
   for (int i = 0; i < row.n; ++i, p += 4) {
     float l = kmath::luma(p[0], p[1], p[2]);
@@ -106,7 +115,7 @@ void saturation(float s, const KernelRow& row) {
 
 bool ColorMatrix::isIdentity() const { return *this == ColorMatrix{}; }
 
-void colorMatrix(const ColorMatrix& m, const KernelRow& row) {
+VG_ROW_CLONES void colorMatrix(const ColorMatrix& m, const KernelRow& row) {
   float* p = row.rgba;
   for (int i = 0; i < row.n; ++i, p += 4) {
     float r = p[0], g = p[1], b = p[2], a = p[3];
@@ -134,12 +143,12 @@ ColorMatrix temperatureAndTint(Neutral neutral, Neutral target) {
   return m;
 }
 
-void minimumComponent(const KernelRow& row) {
+VG_ROW_CLONES void minimumComponent(const KernelRow& row) {
   float* p = row.rgba;
   for (int i = 0; i < row.n; ++i, p += 4) p[0] = p[1] = p[2] = std::min(std::min(p[0], p[1]), p[2]);
 }
 
-void blendWithMask(const KernelRow& row, const float* mask) {
+VG_ROW_CLONES void blendWithMask(const KernelRow& row, const float* mask) {
   float* p = row.rgba;
   const float* bg = row.aux;
   for (int i = 0; i < row.n; ++i, p += 4, bg += 4) {
@@ -148,7 +157,7 @@ void blendWithMask(const KernelRow& row, const float* mask) {
   }
 }
 
-void dissolve(float amount, const KernelRow& row) {
+VG_ROW_CLONES void dissolve(float amount, const KernelRow& row) {
   float* p = row.rgba;
   const float* bg = row.aux;
   for (int i = 0; i < row.n * 4; ++i) p[i] = kmath::mix(bg[i], p[i], amount);

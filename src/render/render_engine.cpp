@@ -163,7 +163,7 @@ Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, boo
   std::vector<Span> sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
   std::vector<Span> sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
 
-  Image reduced(small);
+  Image reduced = Image::uninitialized(small);
   parallelRows(small, 1, [&](int y0, int y1) {
     std::vector<float> acc(size_t(b.width) * 4);
     for (int y = y0; y < y1; ++y) {
@@ -198,23 +198,30 @@ Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, boo
   return reduced;
 }
 
-// Runs kernel over image with, as its second image, `small` enlarged bilinearly.
-void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale, const RowFn& kernel,
-                       const RowFn& after) {
+// Runs kernel over image with, as its second image, `small` enlarged
+// bilinearly: the two small rows around a row are mixed first, then the
+// columns. Only the first `channels` of each aux pixel are filled (the
+// kernels read no more; the rest stay 0).
+void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale, int channels,
+                       const RowFn& kernel, const RowFn& after) {
   const Rect b = image.bounds();
   const Rect sb = small.bounds();
   // Column taps are the same for every row.
-  std::vector<int> c0(size_t(b.width)), c1(size_t(b.width));
+  std::vector<int> c0(size_t(b.width));
   std::vector<float> tx(size_t(b.width));
   for (int x = b.x; x < b.right(); ++x) {
     double u = std::clamp((x + 0.5 - outputRect.x) * scale - 0.5, double(sb.x), double(sb.right() - 1));
     int i = x - b.x;
     c0[size_t(i)] = int(std::floor(u));
-    c1[size_t(i)] = std::min(c0[size_t(i)] + 1, sb.right() - 1);
     tx[size_t(i)] = float(u - c0[size_t(i)]);
   }
+  const int first = c0.front();
+  const int last = std::min(c0.back() + 1, sb.right() - 1);
+  const size_t C = size_t(channels);
   parallelRows(b, kGrainRows, [&](int y0, int y1) {
-    std::vector<float> aux(size_t(b.width) * 4);
+    std::vector<float> aux(size_t(b.width) * 4, 0.0f);
+    // The mixed small row, one extra column so that c0 + 1 is always there.
+    std::vector<float> mid(size_t(last - first + 2) * C);
     for (int y = y0; y < y1; ++y) {
       double v = std::clamp((y + 0.5 - outputRect.y) * scale - 0.5, double(sb.y), double(sb.bottom() - 1));
       int r0 = int(std::floor(v));
@@ -222,17 +229,19 @@ void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect,
       float ty = float(v - r0);
       const float* row0 = small.row(r0);
       const float* row1 = small.row(r1);
+      for (int c = first; c <= last; ++c) {
+        const float* a = row0 + size_t(c - sb.x) * 4;
+        const float* d = row1 + size_t(c - sb.x) * 4;
+        float* m = &mid[size_t(c - first) * C];
+        for (size_t k = 0; k < C; ++k) m[k] = a[k] + (d[k] - a[k]) * ty;
+      }
+      std::copy_n(&mid[size_t(last - first) * C], C, &mid[size_t(last - first + 1) * C]);  // clamped right edge
       for (int i = 0; i < b.width; ++i) {
-        const float* a = row0 + size_t(c0[size_t(i)] - sb.x) * 4;
-        const float* bb = row0 + size_t(c1[size_t(i)] - sb.x) * 4;
-        const float* c = row1 + size_t(c0[size_t(i)] - sb.x) * 4;
-        const float* d = row1 + size_t(c1[size_t(i)] - sb.x) * 4;
+        const float* m0 = &mid[size_t(c0[size_t(i)] - first) * C];
+        const float* m1 = m0 + C;
+        const float t = tx[size_t(i)];
         float* o = aux.data() + size_t(i) * 4;
-        for (int k = 0; k < 4; ++k) {
-          float top = a[k] + (bb[k] - a[k]) * tx[size_t(i)];
-          float bottom = c[k] + (d[k] - c[k]) * tx[size_t(i)];
-          o[k] = top + (bottom - top) * ty;
-        }
+        for (size_t k = 0; k < C; ++k) o[k] = m0[k] + (m1[k] - m0[k]) * t;
       }
       kernel({image.row(y), aux.data(), b.width, b.x, y});
       if (after) after({image.row(y), nullptr, b.width, b.x, y});
@@ -455,14 +464,20 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DenoiseParams p{float(a.denoise / 100 * 0.9)};
     st.push_back(blurStage(1.6 * s, [p](const KernelRow& r) { denoise(p, r); }));
   }
-  // 2 White balance.
-  if (a.temperature != 0 || a.tint != 0) {
+  // 2 White balance and 3 exposure; both together are one matrix (the white
+  // balance's rows scaled by the exposure gain), one pass instead of two.
+  const bool whiteBalance = a.temperature != 0 || a.tint != 0;
+  if (whiteBalance) {
     filters::ColorMatrix m =
         filters::temperatureAndTint({6500, 0}, {6500 - 2500 * a.temperature / 100, 120 * a.tint / 100});
+    if (a.exposure != 0) {
+      const float gain = filters::exposureGain(float(a.exposure));
+      for (std::array<float, 4>* row : {&m.r, &m.g, &m.b})
+        for (float& v : *row) v *= gain;
+      for (int c = 0; c < 3; ++c) m.bias[size_t(c)] *= gain;
+    }
     st.push_back(Stage::pointStage([m](const KernelRow& r) { filters::colorMatrix(m, r); }));
-  }
-  // 3 Exposure.
-  if (a.exposure != 0) {
+  } else if (a.exposure != 0) {
     float gain = filters::exposureGain(float(a.exposure));
     st.push_back(Stage::pointStage([gain](const KernelRow& r) { filters::exposure(gain, r); }));
   }
@@ -527,7 +542,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     st.push_back(Stage::fullStage(
         [p, s, outputRect](Image& image, const RowFn& after) {
           Image low = gaussianBlur(reduceToGrid(image, outputRect, kClarityScale, false), float(8.0 * s));
-          applyWithEnlarged(image, low, outputRect, kClarityScale, [p](const KernelRow& r) { detail(p, r); }, after);
+          applyWithEnlarged(image, low, outputRect, kClarityScale, 3, [p](const KernelRow& r) { detail(p, r); }, after);
         },
         clarityReach(s)));
   }
@@ -550,7 +565,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
             });
           } else {
             Image small = gaussianBlur(reduceToGrid(image, outputRect, 1.0 / f, true), float(darkChannelSigma(sigma, f)));
-            applyWithEnlarged(image, small, outputRect, 1.0 / f, [p](const KernelRow& r) { dehaze(p, r); }, after);
+            applyWithEnlarged(image, small, outputRect, 1.0 / f, 1, [p](const KernelRow& r) { dehaze(p, r); }, after);
           }
         },
         darkChannelReach(sigma)));

@@ -153,6 +153,11 @@ TEST_F(RenderEngineTest, PointStagesMatchTheirKernels) {
   filters::ColorMatrix wb = filters::temperatureAndTint({6500, 0}, {6500 - 750, -12});
   EXPECT_LT(maxDiff(render(source, doc), applied(source, nullptr, [&](auto& r) { filters::colorMatrix(wb, r); })),
             1e-6);
+  // With exposure: white balance, then the gain (run as one matrix).
+  doc.adjustments.exposure = 0.8;
+  Image balanced = applied(source, nullptr, [&](auto& r) { filters::colorMatrix(wb, r); });
+  EXPECT_LT(maxDiff(render(source, doc), applied(balanced, nullptr, [](auto& r) { filters::exposure(std::exp2(0.8f), r); })),
+            1e-6);
 }
 
 TEST_F(RenderEngineTest, HslParametersKeepTheirEightBitSteps) {
