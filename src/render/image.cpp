@@ -1,6 +1,7 @@
 #include "render/image.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -18,7 +19,7 @@ constexpr size_t kHugeThreshold = size_t(8) << 20;
 
 // Free large blocks, oldest first. A request takes the smallest block that
 // holds it without wasting more than a quarter of the block; a request no
-// block fits empties the pool.
+// block fits drops the blocks that have gone unused for a while.
 class BufferPool {
  public:
   void* take(size_t bytes, size_t& capacity) {
@@ -28,10 +29,18 @@ class BufferPool {
       const size_t c = blocks_[i].capacity;
       if (c >= bytes && c - bytes <= c / 4 && (best == blocks_.size() || c < blocks_[best].capacity)) best = i;
     }
+    ++clock_;
     if (best == blocks_.size()) {
-      // A miss means the sizes in use changed (another picture, another
-      // scale): the blocks kept for the old ones would only add to the peak.
-      while (!blocks_.empty()) dropOldest();
+      // A miss grows the process: first let go of the blocks nobody has
+      // asked for lately (sizes of another picture or scale), which would
+      // only add to the peak.
+      for (size_t i = 0; i < blocks_.size();) {
+        if (clock_ - blocks_[i].lastUse > kStaleAfter) {
+          drop(i);
+        } else {
+          ++i;
+        }
+      }
       return nullptr;
     }
     void* p = blocks_[best].p;
@@ -47,14 +56,15 @@ class BufferPool {
       return;
     }
     std::lock_guard<std::mutex> guard(lock_);
-    while (!blocks_.empty() && pooled_ + capacity > Image::kPoolBytes) dropOldest();
-    blocks_.push_back({p, capacity});
+    ++clock_;
+    while (!blocks_.empty() && pooled_ + capacity > Image::kPoolBytes) drop(0);
+    blocks_.push_back({p, capacity, clock_});
     pooled_ += capacity;
   }
 
   void release() {
     std::lock_guard<std::mutex> guard(lock_);
-    while (!blocks_.empty()) dropOldest();
+    while (!blocks_.empty()) drop(0);
   }
 
   size_t pooled() {
@@ -65,19 +75,25 @@ class BufferPool {
   ~BufferPool() { release(); }
 
  private:
+  // Pool operations after which a block nobody took counts as stale: a
+  // render takes and returns each of its buffers once, a few dozen at most.
+  static constexpr uint64_t kStaleAfter = 64;
+
   struct Block {
     void* p;
     size_t capacity;
+    uint64_t lastUse;  // clock_ when it was returned
   };
-  void dropOldest() {
-    std::free(blocks_.front().p);
-    pooled_ -= blocks_.front().capacity;
-    blocks_.erase(blocks_.begin());
+  void drop(size_t i) {
+    std::free(blocks_[i].p);
+    pooled_ -= blocks_[i].capacity;
+    blocks_.erase(blocks_.begin() + std::ptrdiff_t(i));
   }
 
   std::mutex lock_;
   std::vector<Block> blocks_;
   size_t pooled_ = 0;
+  uint64_t clock_ = 0;
 };
 
 BufferPool& pool() {

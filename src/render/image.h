@@ -13,8 +13,9 @@
 //   process-wide pool (at most kPoolBytes, oldest dropped first) and handed to
 //   the next image that fits in it, so a render that allocates the same
 //   working buffers again and again does not pay the kernel for fresh zeroed
-//   pages each time. A request that no kept block fits empties the pool, so
-//   buffers of sizes no longer in use do not linger.
+//   pages each time. A request that no kept block fits drops the blocks
+//   nobody has taken lately, so buffers of sizes no longer in use do not
+//   linger.
 #pragma once
 
 #include <cstddef>

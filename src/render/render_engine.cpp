@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <exception>
 #include <system_error>
 
@@ -150,6 +151,14 @@ std::vector<Span> cellSpans(int count, int firstCell, int origin, double cell, i
     for (float& w : sp.w) w = float(w / std::max(sum, 1e-12));
   }
   return out;
+}
+
+// Blurs a reduced grid in place where the blur streams (one buffer, not two).
+Image blurredInPlace(Image image, double sigma) {
+  if (!gaussianBlurStreams(float(sigma))) return gaussianBlur(image, float(sigma));
+  const size_t bytes = size_t(image.width()) * 4 * sizeof(float);
+  gaussianBlurRows(image, float(sigma), image.bounds(), [&](int y, const float* row) { std::memcpy(image.row(y), row, bytes); });
+  return image;
 }
 
 // The box reduction of `image` (or of its minimum component, in r, g and b).
@@ -541,7 +550,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DetailParams p{float(a.clarity / 100 * 0.75)};
     st.push_back(Stage::fullStage(
         [p, s, outputRect](Image& image, const RowFn& after) {
-          Image low = gaussianBlur(reduceToGrid(image, outputRect, kClarityScale, false), float(8.0 * s));
+          Image low = blurredInPlace(reduceToGrid(image, outputRect, kClarityScale, false), 8.0 * s);
           applyWithEnlarged(image, low, outputRect, kClarityScale, 3, [p](const KernelRow& r) { detail(p, r); }, after);
         },
         clarityReach(s)));
@@ -564,7 +573,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
               if (after) after(row);
             });
           } else {
-            Image small = gaussianBlur(reduceToGrid(image, outputRect, 1.0 / f, true), float(darkChannelSigma(sigma, f)));
+            Image small = blurredInPlace(reduceToGrid(image, outputRect, 1.0 / f, true), darkChannelSigma(sigma, f));
             applyWithEnlarged(image, small, outputRect, 1.0 / f, 1, [p](const KernelRow& r) { dehaze(p, r); }, after);
           }
         },
