@@ -103,28 +103,9 @@ VG_ROW_CLONES void exposure(float gain, const KernelRow& row) {
   }
 }
 
-VG_ROW_CLONES void saturation(float s, const KernelRow& row) {
-  float* p = row.rgba;
-  for (int i = 0; i < row.n; ++i, p += 4) {
-    float l = kmath::luma(p[0], p[1], p[2]);
-    p[0] = kmath::mix(l, p[0], s);
-    p[1] = kmath::mix(l, p[1], s);
-    p[2] = kmath::mix(l, p[2], s);
-  }
-}
+// saturation and colorMatrix: builtin_filters_simd.cpp.
 
 bool ColorMatrix::isIdentity() const { return *this == ColorMatrix{}; }
-
-VG_ROW_CLONES void colorMatrix(const ColorMatrix& m, const KernelRow& row) {
-  float* p = row.rgba;
-  for (int i = 0; i < row.n; ++i, p += 4) {
-    float r = p[0], g = p[1], b = p[2], a = p[3];
-    p[0] = m.r[0] * r + m.r[1] * g + m.r[2] * b + m.r[3] * a + m.bias[0];
-    p[1] = m.g[0] * r + m.g[1] * g + m.g[2] * b + m.g[3] * a + m.bias[1];
-    p[2] = m.b[0] * r + m.b[1] * g + m.b[2] * b + m.b[3] * a + m.bias[2];
-    p[3] = m.a[0] * r + m.a[1] * g + m.a[2] * b + m.a[3] * a + m.bias[3];
-  }
-}
 
 ColorMatrix temperatureAndTint(Neutral neutral, Neutral target) {
   Vec3 from = neutralWhite(neutral), to = neutralWhite(target);

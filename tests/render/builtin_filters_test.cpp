@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <vector>
 
 #include "render/builtin_filters.h"
 #include "render/kernel_math.h"
@@ -92,6 +93,35 @@ TEST(BuiltinFilters, ExposureSaturationAndMatrix) {
   Px swapped = run([&](const KernelRow& r) { colorMatrix(m, r); }, px);
   EXPECT_FLOAT_EQ(swapped[0], 0.5f);
   EXPECT_EQ(swapped[3], 0.7f);
+}
+
+TEST(BuiltinFilters, RowsOfAnyLengthFollowThePixelFormula) {
+  // Whole vector blocks and every tail length, with values outside 0...1.
+  ColorMatrix m;
+  m.r = {0.9f, 0.2f, -0.1f, 0.05f};
+  m.g = {0.1f, 1.1f, 0.0f, 0.0f};
+  m.b = {-0.2f, 0.3f, 0.8f, 0.0f};
+  m.a = {0.0f, 0.0f, 0.1f, 0.9f};
+  m.bias = {0.01f, -0.02f, 0.03f, 0.0f};
+  for (int n = 1; n <= 37; ++n) {
+    std::vector<float> px(size_t(n) * 4);
+    for (size_t i = 0; i < px.size(); ++i) px[i] = float((i * 37) % 23) / 9.0f - 0.5f;
+    std::vector<float> sat = px, mat = px;
+    saturation(1.35f, KernelRow{sat.data(), nullptr, n, 0, 0});
+    colorMatrix(m, KernelRow{mat.data(), nullptr, n, 0, 0});
+    for (int i = 0; i < n; ++i) {
+      const float* p = &px[size_t(i) * 4];
+      const float l = kmath::luma(p[0], p[1], p[2]);
+      for (int c = 0; c < 3; ++c) ASSERT_NEAR(sat[size_t(i) * 4 + size_t(c)], kmath::mix(l, p[c], 1.35f), 1e-6f) << n;
+      ASSERT_EQ(sat[size_t(i) * 4 + 3], p[3]);
+      const std::array<float, 4>* rows[4] = {&m.r, &m.g, &m.b, &m.a};
+      for (int c = 0; c < 4; ++c) {
+        const std::array<float, 4>& w = *rows[c];
+        const float want = w[0] * p[0] + w[1] * p[1] + w[2] * p[2] + w[3] * p[3] + m.bias[size_t(c)];
+        ASSERT_NEAR(mat[size_t(i) * 4 + size_t(c)], want, 1e-6f) << n << " " << c;
+      }
+    }
+  }
 }
 
 TEST(BuiltinFilters, MinimumBlendAndDissolve) {
