@@ -4,15 +4,8 @@
 #include <cmath>
 
 #include "render/kernel_math.h"
+#include "render/row_clones.h"
 
-// The row loops are built for several instruction sets, chosen at load time
-// (the library's baseline is plain x86-64); each clone does the same float
-// operations in the same order, so results do not depend on the processor.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define VG_ROW_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
-#else
-#define VG_ROW_CLONES
-#endif
 
 namespace vg::filters {
 

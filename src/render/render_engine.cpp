@@ -13,6 +13,7 @@
 #include "render/heal_stage.h"
 #include "render/kernel_apply.h"
 #include "render/parallel.h"
+#include "render/row_clones.h"
 
 namespace vg {
 
@@ -161,6 +162,19 @@ Image blurredInPlace(Image image, double sigma) {
   return image;
 }
 
+// acc[i] += w row[i], i < n
+VG_ROW_CLONES void accumulate(float* acc, const float* row, float w, size_t n) {
+  for (size_t i = 0; i < n; ++i) acc[i] += w * row[i];
+}
+
+// acc[i] += w min(r, g, b) of pixel i, i < n
+VG_ROW_CLONES void accumulateMinimum(float* acc, const float* row, float w, int n) {
+  for (int i = 0; i < n; ++i) {
+    const float* p = row + size_t(i) * 4;
+    acc[i] += w * std::min(p[0], std::min(p[1], p[2]));
+  }
+}
+
 // The box reduction of `image` (or of its minimum component, in r, g and b).
 Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, bool darkChannel) {
   const Rect b = image.bounds();
@@ -180,26 +194,25 @@ Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, boo
       std::fill(acc.begin(), acc.end(), 0.0f);
       for (size_t k = 0; k < vy.w.size(); ++k) {
         const float* row = image.row(vy.first + int(k));
-        float w = vy.w[k];
         if (darkChannel) {
-          for (int i = 0; i < b.width; ++i) {
-            const float* p = row + size_t(i) * 4;
-            float m = std::min(p[0], std::min(p[1], p[2]));
-            acc[size_t(i) * 4] += w * m;
-          }
+          accumulateMinimum(acc.data(), row, vy.w[k], b.width);
         } else {
-          for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * row[i];
+          accumulate(acc.data(), row, vy.w[k], acc.size());
         }
       }
       float* dst = reduced.row(y);
       for (int x = 0; x < small.width; ++x) {
         const Span& vx = sx[size_t(x)];
         float px[4] = {0, 0, 0, 0};
-        for (size_t k = 0; k < vx.w.size(); ++k) {
-          const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
-          for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
+        if (darkChannel) {  // acc holds one float per pixel
+          for (size_t k = 0; k < vx.w.size(); ++k) px[0] += vx.w[k] * acc[size_t(vx.first + int(k) - b.x)];
+          px[1] = px[2] = px[0], px[3] = 1;
+        } else {
+          for (size_t k = 0; k < vx.w.size(); ++k) {
+            const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
+            for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
+          }
         }
-        if (darkChannel) px[1] = px[2] = px[0], px[3] = 1;
         for (int c = 0; c < 4; ++c) dst[size_t(x) * 4 + size_t(c)] = px[c];
       }
     }
