@@ -163,30 +163,54 @@ void recursiveLine(const RecursiveFilter& f, int lanes, int s0, int s1, int o0, 
 
 // ---------------------------------------------------------------- streamed direct blur
 
-// One horizontal pass of the direct filter: source row sy (clamped columns)
-// into dst, out.width pixels from column out.x. `line` is scratch.
-void horizontalRow(const DirectFilter& f, const Image& src, int sy, const Rect& out, std::vector<float>& line,
-                   float* dst) {
-  const Rect sb = src.bounds();
+// Horizontal pass over `count` output pixels from column x0 of source row
+// `row`, through a padded copy with the clamped columns around them.
+void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, int x0, int count,
+                     std::vector<float>& line, float* dst) {
   const int R = f.radius;
-  const int first = out.x - R, count = out.width + 2 * R;
-  line.resize(blur::paddedFloats(size_t(count) * 4));
-  const float* row = src.row(sy);
+  const int first = x0 - R, len = count + 2 * R;
+  line.resize(blur::paddedFloats(size_t(len) * 4));
   // Columns left of the source repeat its first pixel, right of it its last.
-  const int inside0 = std::clamp(sb.x, first, first + count), inside1 = std::clamp(sb.right(), first, first + count);
+  const int inside0 = std::clamp(sb.x, first, first + len), inside1 = std::clamp(sb.right(), first, first + len);
   for (int p = first; p < inside0; ++p) std::memcpy(&line[size_t(p - first) * 4], row, 4 * sizeof(float));
   if (inside1 > inside0) {
     std::memcpy(&line[size_t(inside0 - first) * 4], row + size_t(inside0 - sb.x) * 4,
                 size_t(inside1 - inside0) * 4 * sizeof(float));
   }
   const float* last = row + size_t(sb.width - 1) * 4;
-  for (int p = std::max(inside1, first); p < first + count; ++p) {
+  for (int p = std::max(inside1, first); p < first + len; ++p) {
     std::memcpy(&line[size_t(p - first) * 4], p < sb.x ? row : last, 4 * sizeof(float));
   }
-  thread_local std::vector<const float*> taps;
-  taps.resize(size_t(f.taps()));
-  for (int k = 0; k < f.taps(); ++k) taps[size_t(k)] = line.data() + size_t(k) * 4;
-  blur::symmetricSum(taps.data(), f.weights.data(), f.taps(), dst, size_t(out.width) * 4);
+  const float* taps[64];
+  for (int k = 0; k < f.taps(); ++k) taps[k] = line.data() + size_t(k) * 4;
+  // Summed aside: the sum writes whole blocks, which must not spill into dst.
+  thread_local std::vector<float> sum;
+  sum.resize(blur::paddedFloats(size_t(count) * 4));
+  blur::symmetricSum(taps, f.weights.data(), f.taps(), sum.data(), size_t(count) * 4);
+  std::memcpy(dst, sum.data(), size_t(count) * 4 * sizeof(float));
+}
+
+// One horizontal pass of the direct filter: source row sy into dst,
+// out.width pixels from column out.x. Pixels whose taps all lie inside the
+// source are summed straight from it, in whole blocks (so no read passes the
+// row's end); the others, near the edges, through a clamped copy.
+void horizontalRow(const DirectFilter& f, const Image& src, int sy, const Rect& out, std::vector<float>& line,
+                   float* dst) {
+  const Rect sb = src.bounds();
+  const int R = f.radius;
+  const float* row = src.row(sy);
+  const int i0 = std::clamp(sb.x + R - out.x, 0, out.width);
+  const int i1 = std::clamp(sb.right() - R - out.x, i0, out.width);
+  const int interior = (i1 - i0) / 4 * 4;
+  if (i0 > 0) convolveClamped(f, row, sb, out.x, i0, line, dst);
+  if (interior > 0) {
+    const float* taps[64];
+    const float* base = row + size_t(out.x + i0 - R - sb.x) * 4;
+    for (int k = 0; k < f.taps(); ++k) taps[k] = base + size_t(k) * 4;
+    blur::symmetricSum(taps, f.weights.data(), f.taps(), dst + size_t(i0) * 4, size_t(interior) * 4);
+  }
+  const int rest = i0 + interior;
+  if (rest < out.width) convolveClamped(f, row, sb, out.x + rest, out.width - rest, line, dst + size_t(rest) * 4);
 }
 
 // Bands of output rows [y0, y1), each computing its own horizontal rows.
