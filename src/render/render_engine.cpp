@@ -220,6 +220,16 @@ Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, boo
   return reduced;
 }
 
+// aux pixel i (channels [0, C)) = mid column c0[i] - first mixed with the
+// next one by tx[i]; mid holds C floats per column.
+template <int C>
+VG_ROW_CLONES void lerpColumns(const float* mid, const int* c0, int first, const float* tx, float* aux, int n) {
+  for (int i = 0; i < n; ++i) {
+    const float* m0 = mid + size_t(c0[i] - first) * C;
+    for (int k = 0; k < C; ++k) aux[size_t(i) * 4 + size_t(k)] = m0[k] + (m0[C + k] - m0[k]) * tx[i];
+  }
+}
+
 // Runs kernel over image with, as its second image, `small` enlarged
 // bilinearly: the two small rows around a row are mixed first, then the
 // columns. Only the first `channels` of each aux pixel are filled (the
@@ -239,7 +249,7 @@ void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect,
   }
   const int first = c0.front();
   const int last = std::min(c0.back() + 1, sb.right() - 1);
-  const size_t C = size_t(channels);
+  const size_t C = size_t(channels);  // 1 or 3
   parallelRows(b, kGrainRows, [&](int y0, int y1) {
     std::vector<float> aux(size_t(b.width) * 4, 0.0f);
     // The mixed small row, one extra column so that c0 + 1 is always there.
@@ -258,12 +268,10 @@ void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect,
         for (size_t k = 0; k < C; ++k) m[k] = a[k] + (d[k] - a[k]) * ty;
       }
       std::copy_n(&mid[size_t(last - first) * C], C, &mid[size_t(last - first + 1) * C]);  // clamped right edge
-      for (int i = 0; i < b.width; ++i) {
-        const float* m0 = &mid[size_t(c0[size_t(i)] - first) * C];
-        const float* m1 = m0 + C;
-        const float t = tx[size_t(i)];
-        float* o = aux.data() + size_t(i) * 4;
-        for (size_t k = 0; k < C; ++k) o[k] = m0[k] + (m1[k] - m0[k]) * t;
+      if (channels == 1) {
+        lerpColumns<1>(mid.data(), c0.data(), first, tx.data(), aux.data(), b.width);
+      } else {
+        lerpColumns<3>(mid.data(), c0.data(), first, tx.data(), aux.data(), b.width);
       }
       kernel({image.row(y), aux.data(), b.width, b.x, y});
       if (after) after({image.row(y), nullptr, b.width, b.x, y});
