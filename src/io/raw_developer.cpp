@@ -53,6 +53,12 @@ std::unique_ptr<LibRaw, LibRawDeleter> openRaw(std::span<const uint8_t> bytes) {
   try {
     decode_limits::check(s.raw_width, s.raw_height, bytes.size());
     decode_limits::check(s.width, s.height, bytes.size());
+    // Some of LibRaw's decoders (Kodak's JPEG-compressed raw, for one)
+    // allocate the declared size of the raw data before reading it: a
+    // damaged size field of 4 GiB in a 40 KB file would be taken at its word.
+    if (raw->get_internal_data_pointer()->unpacker_data.data_size > bytes.size()) {
+      throw DecodeError("declares more raw data than the file holds");
+    }
   } catch (const DecodeError& e) {
     logLine(std::string("image loader: RAW refused: ") + e.what());
     return nullptr;

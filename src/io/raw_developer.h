@@ -28,8 +28,9 @@
 // the camera's orientation (flip), so the result is upright.
 //
 // Failures throw ImageLoadError: 3 when LibRaw cannot open the file (unknown
-// camera, not a RAW, absurd sizes), 4 when unpacking or processing fails, 5
-// when the output has no pixels.
+// camera, not a RAW, absurd sizes, more raw data declared than the file
+// holds), 4 when unpacking or processing fails, 5 when the output has no
+// pixels.
 #pragma once
 
 #include <cstdint>

@@ -170,6 +170,23 @@ TEST(RawDevelopmentErrors, CodesThreeAndFour) {
   }
 }
 
+// A damaged size field must not become an allocation: the Kodak file's
+// strip byte count (27340, stored at byte 778) set to 4 GiB - 1.
+TEST(RawDevelopmentErrors, RawDataLargerThanTheFileIsRefused) {
+  std::string bytes = test::readFile(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"));
+  ASSERT_EQ(bytes.substr(770, 2), "\x01\x17");  // the StripByteCounts entry
+  ASSERT_EQ(bytes.substr(778, 4), std::string("\x00\x00\x6a\xcc", 4));
+  bytes.replace(778, 4, "\xff\xff\xff\xff");
+  test::TempDir dir;
+  test::writeFile(dir / "damaged.kdc", bytes);
+  try {
+    ImageLoader::load(dir / "damaged.kdc");
+    ADD_FAILURE();
+  } catch (const ImageLoadError& e) {
+    EXPECT_EQ(e.code(), 3);
+  }
+}
+
 TEST(RawDevelopmentFiles, GenuineCameraFiles) {
   auto lg = ImageLoader::load(test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng"));
   EXPECT_TRUE(lg.isRAW);
