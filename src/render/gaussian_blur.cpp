@@ -5,6 +5,7 @@
 #include <cmath>
 #include <complex>
 #include <cstring>
+#include <stdexcept>
 #include <vector>
 
 #include "render/blur_simd.h"
@@ -163,64 +164,77 @@ void recursiveLine(const RecursiveFilter& f, int lanes, int s0, int s1, int o0, 
 
 // ---------------------------------------------------------------- streamed direct blur
 
+// Rows of floats, `channels` per pixel: an Image (4) or a GreyImage (1).
+struct Plane {
+  const float* data;
+  size_t stride;  // floats from one row to the next
+  Rect bounds;
+  int channels;
+  const float* row(int y) const { return data + size_t(y - bounds.y) * stride; }
+};
+
 // Horizontal pass over `count` output pixels from column x0 of source row
 // `row`, through a padded copy with the clamped columns around them.
-void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, int x0, int count,
+void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, int C, int x0, int count,
                      std::vector<float>& line, float* dst) {
   const int R = f.radius;
   const int first = x0 - R, len = count + 2 * R;
-  line.resize(blur::paddedFloats(size_t(len) * 4));
+  const size_t px = size_t(C) * sizeof(float);
+  line.resize(blur::paddedFloats(size_t(len) * size_t(C)));
   // Columns left of the source repeat its first pixel, right of it its last.
   const int inside0 = std::clamp(sb.x, first, first + len), inside1 = std::clamp(sb.right(), first, first + len);
-  for (int p = first; p < inside0; ++p) std::memcpy(&line[size_t(p - first) * 4], row, 4 * sizeof(float));
+  for (int p = first; p < inside0; ++p) std::memcpy(&line[size_t(p - first) * size_t(C)], row, px);
   if (inside1 > inside0) {
-    std::memcpy(&line[size_t(inside0 - first) * 4], row + size_t(inside0 - sb.x) * 4,
-                size_t(inside1 - inside0) * 4 * sizeof(float));
+    std::memcpy(&line[size_t(inside0 - first) * size_t(C)], row + size_t(inside0 - sb.x) * size_t(C),
+                size_t(inside1 - inside0) * px);
   }
-  const float* last = row + size_t(sb.width - 1) * 4;
+  const float* last = row + size_t(sb.width - 1) * size_t(C);
   for (int p = std::max(inside1, first); p < first + len; ++p) {
-    std::memcpy(&line[size_t(p - first) * 4], p < sb.x ? row : last, 4 * sizeof(float));
+    std::memcpy(&line[size_t(p - first) * size_t(C)], p < sb.x ? row : last, px);
   }
   const float* taps[64];
-  for (int k = 0; k < f.taps(); ++k) taps[k] = line.data() + size_t(k) * 4;
+  for (int k = 0; k < f.taps(); ++k) taps[k] = line.data() + size_t(k) * size_t(C);
   // Summed aside: the sum writes whole blocks, which must not spill into dst.
   thread_local std::vector<float> sum;
-  sum.resize(blur::paddedFloats(size_t(count) * 4));
-  blur::symmetricSum(taps, f.weights.data(), f.taps(), sum.data(), size_t(count) * 4);
-  std::memcpy(dst, sum.data(), size_t(count) * 4 * sizeof(float));
+  sum.resize(blur::paddedFloats(size_t(count) * size_t(C)));
+  blur::symmetricSum(taps, f.weights.data(), f.taps(), sum.data(), size_t(count) * size_t(C));
+  std::memcpy(dst, sum.data(), size_t(count) * px);
 }
 
 // One horizontal pass of the direct filter: source row sy into dst,
 // out.width pixels from column out.x. Pixels whose taps all lie inside the
 // source are summed straight from it, in whole blocks (so no read passes the
 // row's end); the others, near the edges, through a clamped copy.
-void horizontalRow(const DirectFilter& f, const Image& src, int sy, const Rect& out, std::vector<float>& line,
+void horizontalRow(const DirectFilter& f, const Plane& src, int sy, const Rect& out, std::vector<float>& line,
                    float* dst) {
-  const Rect sb = src.bounds();
-  const int R = f.radius;
+  const Rect sb = src.bounds;
+  const int R = f.radius, C = src.channels;
   const float* row = src.row(sy);
   const int i0 = std::clamp(sb.x + R - out.x, 0, out.width);
   const int i1 = std::clamp(sb.right() - R - out.x, i0, out.width);
-  const int interior = (i1 - i0) / 4 * 4;
-  if (i0 > 0) convolveClamped(f, row, sb, out.x, i0, line, dst);
+  const int block = int(blur::kRowPadFloats) / C;  // pixels per whole block
+  const int interior = (i1 - i0) / block * block;
+  if (i0 > 0) convolveClamped(f, row, sb, C, out.x, i0, line, dst);
   if (interior > 0) {
     const float* taps[64];
-    const float* base = row + size_t(out.x + i0 - R - sb.x) * 4;
-    for (int k = 0; k < f.taps(); ++k) taps[k] = base + size_t(k) * 4;
-    blur::symmetricSum(taps, f.weights.data(), f.taps(), dst + size_t(i0) * 4, size_t(interior) * 4);
+    const float* base = row + size_t(out.x + i0 - R - sb.x) * size_t(C);
+    for (int k = 0; k < f.taps(); ++k) taps[k] = base + size_t(k) * size_t(C);
+    blur::symmetricSum(taps, f.weights.data(), f.taps(), dst + size_t(i0) * size_t(C), size_t(interior) * size_t(C));
   }
   const int rest = i0 + interior;
-  if (rest < out.width) convolveClamped(f, row, sb, out.x + rest, out.width - rest, line, dst + size_t(rest) * 4);
+  if (rest < out.width) {
+    convolveClamped(f, row, sb, C, out.x + rest, out.width - rest, line, dst + size_t(rest) * size_t(C));
+  }
 }
 
 // Bands of output rows [y0, y1), each computing its own horizontal rows.
 // The rows a band's vertical taps need from beyond its edges are taken
 // (horizontally blurred) before any band starts writing, so a consumer may
 // overwrite its own row in place.
-void streamDirect(const DirectFilter& f, const Image& src, const Rect& out, const BlurRowConsumer& consume) {
-  const Rect sb = src.bounds();
+void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, const BlurRowConsumer& consume) {
+  const Rect sb = src.bounds;
   const int R = f.radius, T = f.taps();
-  const size_t rowFloats = blur::paddedFloats(size_t(out.width) * 4);
+  const size_t rowFloats = blur::paddedFloats(size_t(out.width) * size_t(src.channels));
   auto sourceRow = [&](int y) { return std::clamp(y, sb.y, sb.bottom() - 1); };
 
   const int minRows = std::max(32, 8 * R);
@@ -263,12 +277,14 @@ void streamDirect(const DirectFilter& f, const Image& src, const Rect& out, cons
         const int y = yy - R;  // the output row whose taps are now all present
         if (y < y0) continue;
         for (int k = 0; k < T; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % size_t(T)];
-        blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), size_t(out.width) * 4);
+        blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), size_t(out.width) * size_t(src.channels));
         consume(y, result.data());
       }
     }
   });
 }
+
+Plane planeOf(const Image& image) { return {image.row(image.bounds().y), image.strideFloats(), image.bounds(), 4}; }
 
 Image separable(const RecursiveFilter& f, const Image& src, const Rect& out) {
   const Rect sb = src.bounds();
@@ -343,7 +359,7 @@ void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const Blur
     return;
   }
   if (streamed(sigma)) {
-    streamDirect(DirectFilter(sigma), src, out, consume);
+    streamDirect(DirectFilter(sigma), planeOf(src), out, consume);
     return;
   }
   const Image whole = blurWhole(src, sigma, out);
@@ -352,12 +368,33 @@ void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const Blur
   });
 }
 
+void gaussianBlurGreyRows(const GreyImage& src, float sigma, const Rect& out, const BlurRowConsumer& consume) {
+  if (out.empty()) return;
+  if (!gaussianBlurStreams(sigma)) throw std::invalid_argument("gaussianBlurGreyRows: sigma too large to stream");
+  if (src.empty() || !streamed(sigma)) {
+    // No blur (or an empty source): the clamped values themselves.
+    const Rect sb = src.bounds();
+    parallelRows(out, 16, [&](int y0, int y1) {
+      std::vector<float> row(size_t(out.width), 0.0f);
+      for (int y = y0; y < y1; ++y) {
+        if (!src.empty()) {
+          const int sy = std::clamp(y, sb.y, sb.bottom() - 1);
+          for (int x = out.x; x < out.right(); ++x) row[size_t(x - out.x)] = src.at(std::clamp(x, sb.x, sb.right() - 1), sy);
+        }
+        consume(y, row.data());
+      }
+    });
+    return;
+  }
+  streamDirect(DirectFilter(sigma), Plane{src.row(src.bounds().y), size_t(src.width()), src.bounds(), 1}, out, consume);
+}
+
 Image gaussianBlur(const Image& src, float sigma, const Rect& out) {
   if (out.empty()) return Image(Rect{out.x, out.y, 0, 0});
   if (src.empty()) return Image(out);
   if (!streamed(sigma)) return blurWhole(src, sigma, out);
   Image result = Image::uninitialized(out);
-  streamDirect(DirectFilter(sigma), src, out, [&](int y, const float* row) {
+  streamDirect(DirectFilter(sigma), planeOf(src), out, [&](int y, const float* row) {
     std::memcpy(result.row(y), row, size_t(out.width) * 4 * sizeof(float));
   });
   return result;

@@ -31,6 +31,7 @@
 
 #include <functional>
 
+#include "render/grey_image.h"
 #include "render/image.h"
 
 namespace vg {
@@ -48,6 +49,11 @@ bool gaussianBlurStreams(float sigma);
 
 using BlurRowConsumer = std::function<void(int y, const float* blurred)>;
 void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
+
+// The same for a single-channel image (`blurred` holds out.width floats).
+// Only for sigmas that stream (gaussianBlurStreams); a larger one throws
+// std::invalid_argument. No sigma (<= 0) hands out the clamped values.
+void gaussianBlurGreyRows(const GreyImage& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
 
 // Blurred copy of src covering `out` (working-image coordinates).
 // An empty source gives a transparent image.

@@ -583,10 +583,30 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     st.push_back(Stage::fullStage(
         [p, sigma, outputRect](Image& image, const RowFn& after) {
           const int f = darkChannelFactor(sigma);
-          if (f == 1) {
+          const Rect b = image.bounds();
+          if (f == 1 && gaussianBlurStreams(float(sigma))) {
+            // The dark channel in one float per pixel, blurred as it streams
+            // into the R of each aux pixel (the kernel reads no more).
+            GreyImage dark(b);
+            parallelRows(b, kGrainRows, [&](int y0, int y1) {
+              for (int y = y0; y < y1; ++y) {
+                const float* px = image.row(y);
+                float* d = dark.row(y);
+                for (int x = 0; x < b.width; ++x, px += 4) d[x] = std::min(px[0], std::min(px[1], px[2]));
+              }
+            });
+            gaussianBlurGreyRows(dark, float(sigma), b, [&](int y, const float* blurred) {
+              thread_local std::vector<float> aux;
+              aux.resize(size_t(b.width) * 4);
+              for (int x = 0; x < b.width; ++x) aux[size_t(x) * 4] = blurred[x];
+              KernelRow row{image.row(y), aux.data(), b.width, b.x, y};
+              dehaze(p, row);
+              row.aux = nullptr;
+              if (after) after(row);
+            });
+          } else if (f == 1) {
             Image dark = image.clone();
             applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
-            const Rect b = image.bounds();
             gaussianBlurRows(dark, float(sigma), b, [&](int y, const float* blurred) {
               KernelRow row{image.row(y), blurred, b.width, b.x, y};
               dehaze(p, row);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
 #include "render/gaussian_blur.h"
@@ -128,6 +129,23 @@ TEST(GaussianBlur, StreamedRowsMayReplaceTheirSourceInPlace) {
     });
     for (int y = -20; y < 880; ++y) ASSERT_EQ(0, std::memcmp(inPlace.row(y), expected.row(y), 37 * 16)) << sigma << " " << y;
   }
+}
+
+TEST(GaussianBlur, GreyRowsEqualOneChannelOfTheColourBlur) {
+  const Rect r{-7, 4, 53, 140};
+  Image colour = randomImage(r, 21);
+  GreyImage grey(r);
+  for (int y = r.y; y < r.bottom(); ++y)
+    for (int x = r.x; x < r.right(); ++x) grey.at(x, y) = colour.at(x, y)[1];
+  for (float sigma : {0.0f, 0.8f, 2.5f}) {
+    for (Rect out : {r, Rect{-10, 0, 60, 150}, Rect{10, 50, 20, 20}}) {
+      Image expected = gaussianBlur(colour, sigma, out);
+      gaussianBlurGreyRows(grey, sigma, out, [&](int y, const float* row) {
+        for (int x = out.x; x < out.right(); ++x) ASSERT_EQ(row[x - out.x], expected.at(x, y)[1]) << sigma << " " << x << "," << y;
+      });
+    }
+  }
+  EXPECT_THROW(gaussianBlurGreyRows(grey, 4.0f, r, [](int, const float*) {}), std::invalid_argument);
 }
 
 TEST(GaussianBlur, NoSigmaCopiesAndEmptySourceIsTransparent) {

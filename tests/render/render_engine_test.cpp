@@ -220,6 +220,12 @@ TEST_F(RenderEngineTest, NeighbourhoodStagesMatchTheirKernels) {
   EXPECT_LT(maxDiff(render(source, doc, {}, half),
                     applied(source, &dblur, [](auto& r) { kernels::reference::dehaze({0.4f}, r); })),
             1e-5);
+  RenderOptions preview;  // the dark channel then streams as one float per pixel
+  preview.scale = 0.4;
+  Image dblur24 = gaussianBlur(dark, 2.4f);
+  EXPECT_LT(maxDiff(render(source, doc, {}, preview),
+                    applied(source, &dblur24, [](auto& r) { kernels::reference::dehaze({0.4f}, r); })),
+            1e-5);
   // ... from 6 px on at half size, close to the full-size blur even on this hard-edged chart.
   Image dblur6 = gaussianBlur(dark, 6.0f);
   EXPECT_LT(maxDiff(render(source, doc), applied(source, &dblur6, [](auto& r) { kernels::reference::dehaze({0.4f}, r); })),
