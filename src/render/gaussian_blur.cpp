@@ -368,25 +368,25 @@ void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const Blur
   });
 }
 
-void gaussianBlurGreyRows(const GreyImage& src, float sigma, const Rect& out, const BlurRowConsumer& consume) {
+void gaussianBlurGreyRows(const GreyRows& src, float sigma, const Rect& out, const BlurRowConsumer& consume) {
   if (out.empty()) return;
   if (!gaussianBlurStreams(sigma)) throw std::invalid_argument("gaussianBlurGreyRows: sigma too large to stream");
-  if (src.empty() || !streamed(sigma)) {
+  const Rect sb = src.bounds;
+  if (sb.empty() || !streamed(sigma)) {
     // No blur (or an empty source): the clamped values themselves.
-    const Rect sb = src.bounds();
     parallelRows(out, 16, [&](int y0, int y1) {
       std::vector<float> row(size_t(out.width), 0.0f);
       for (int y = y0; y < y1; ++y) {
-        if (!src.empty()) {
-          const int sy = std::clamp(y, sb.y, sb.bottom() - 1);
-          for (int x = out.x; x < out.right(); ++x) row[size_t(x - out.x)] = src.at(std::clamp(x, sb.x, sb.right() - 1), sy);
+        if (!sb.empty()) {
+          const float* s = src.row(std::clamp(y, sb.y, sb.bottom() - 1));
+          for (int x = out.x; x < out.right(); ++x) row[size_t(x - out.x)] = s[std::clamp(x, sb.x, sb.right() - 1) - sb.x];
         }
         consume(y, row.data());
       }
     });
     return;
   }
-  streamDirect(DirectFilter(sigma), Plane{src.row(src.bounds().y), size_t(src.width()), src.bounds(), 1}, out, consume);
+  streamDirect(DirectFilter(sigma), Plane{src.data, src.stride, sb, 1}, out, consume);
 }
 
 Image gaussianBlur(const Image& src, float sigma, const Rect& out) {

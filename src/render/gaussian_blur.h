@@ -50,10 +50,22 @@ bool gaussianBlurStreams(float sigma);
 using BlurRowConsumer = std::function<void(int y, const float* blurred)>;
 void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
 
-// The same for a single-channel image (`blurred` holds out.width floats).
-// Only for sigmas that stream (gaussianBlurStreams); a larger one throws
-// std::invalid_argument. No sigma (<= 0) hands out the clamped values.
-void gaussianBlurGreyRows(const GreyImage& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
+// Single-channel rows: bounds.width floats per row, `stride` floats apart
+// (a GreyImage, or scratch rows borrowed from an Image).
+struct GreyRows {
+  const float* data = nullptr;
+  size_t stride = 0;
+  Rect bounds;
+  static GreyRows of(const GreyImage& image) {
+    return {image.empty() ? nullptr : image.row(image.bounds().y), size_t(image.width()), image.bounds()};
+  }
+  const float* row(int y) const { return data + size_t(y - bounds.y) * stride; }
+};
+
+// gaussianBlurRows for single-channel rows (`blurred` holds out.width
+// floats). Only for sigmas that stream (gaussianBlurStreams); a larger one
+// throws std::invalid_argument. No sigma (<= 0) hands out the clamped values.
+void gaussianBlurGreyRows(const GreyRows& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
 
 // Blurred copy of src covering `out` (working-image coordinates).
 // An empty source gives a transparent image.

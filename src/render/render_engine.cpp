@@ -587,14 +587,16 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
           if (f == 1 && gaussianBlurStreams(float(sigma))) {
             // The dark channel in one float per pixel, blurred as it streams
             // into the R of each aux pixel (the kernel reads no more).
-            GreyImage dark(b);
+            // Its rows live in a (recycled) image buffer a quarter as wide.
+            Image scratch = Image::uninitialized(Rect{0, b.y, (b.width + 3) / 4, b.height});
             parallelRows(b, kGrainRows, [&](int y0, int y1) {
               for (int y = y0; y < y1; ++y) {
                 const float* px = image.row(y);
-                float* d = dark.row(y);
+                float* d = scratch.row(y);
                 for (int x = 0; x < b.width; ++x, px += 4) d[x] = std::min(px[0], std::min(px[1], px[2]));
               }
             });
+            const GreyRows dark{scratch.row(b.y), scratch.strideFloats(), b};
             gaussianBlurGreyRows(dark, float(sigma), b, [&](int y, const float* blurred) {
               thread_local std::vector<float> aux;
               aux.resize(size_t(b.width) * 4);

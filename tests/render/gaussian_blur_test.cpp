@@ -140,12 +140,12 @@ TEST(GaussianBlur, GreyRowsEqualOneChannelOfTheColourBlur) {
   for (float sigma : {0.0f, 0.8f, 2.5f}) {
     for (Rect out : {r, Rect{-10, 0, 60, 150}, Rect{10, 50, 20, 20}}) {
       Image expected = gaussianBlur(colour, sigma, out);
-      gaussianBlurGreyRows(grey, sigma, out, [&](int y, const float* row) {
+      gaussianBlurGreyRows(GreyRows::of(grey), sigma, out, [&](int y, const float* row) {
         for (int x = out.x; x < out.right(); ++x) ASSERT_EQ(row[x - out.x], expected.at(x, y)[1]) << sigma << " " << x << "," << y;
       });
     }
   }
-  EXPECT_THROW(gaussianBlurGreyRows(grey, 4.0f, r, [](int, const float*) {}), std::invalid_argument);
+  EXPECT_THROW(gaussianBlurGreyRows(GreyRows::of(grey), 4.0f, r, [](int, const float*) {}), std::invalid_argument);
 }
 
 TEST(GaussianBlur, NoSigmaCopiesAndEmptySourceIsTransparent) {
