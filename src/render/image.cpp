@@ -19,7 +19,8 @@ constexpr size_t kHugeThreshold = size_t(8) << 20;
 
 // Free large blocks, oldest first. A request takes the smallest block that
 // holds it without wasting more than a quarter of the block; a request no
-// block fits drops the blocks that have gone unused for a while.
+// block fits drops the blocks that have gone unused for a while and those
+// too small for it.
 class BufferPool {
  public:
   void* take(size_t bytes, size_t& capacity) {
@@ -32,10 +33,10 @@ class BufferPool {
     ++clock_;
     if (best == blocks_.size()) {
       // A miss grows the process: first let go of the blocks nobody has
-      // asked for lately (sizes of another picture or scale), which would
-      // only add to the peak.
+      // asked for lately and of those smaller than the request (sizes of
+      // another, smaller picture or scale), which would only add to the peak.
       for (size_t i = 0; i < blocks_.size();) {
-        if (clock_ - blocks_[i].lastUse > kStaleAfter) {
+        if (clock_ - blocks_[i].lastUse > kStaleAfter || blocks_[i].capacity < bytes) {
           drop(i);
         } else {
           ++i;

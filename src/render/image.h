@@ -14,8 +14,8 @@
 //   the next image that fits in it, so a render that allocates the same
 //   working buffers again and again does not pay the kernel for fresh zeroed
 //   pages each time. A request that no kept block fits drops the blocks
-//   nobody has taken lately, so buffers of sizes no longer in use do not
-//   linger.
+//   nobody has taken lately and those smaller than it, so buffers of sizes
+//   no longer in use do not linger.
 #pragma once
 
 #include <cstddef>
@@ -49,7 +49,7 @@ class Image {
   Image clone() const;
 
   // Bytes the pool may keep; releasePool() gives them all back to the system.
-  static constexpr size_t kPoolBytes = size_t(768) << 20;
+  static constexpr size_t kPoolBytes = size_t(1536) << 20;
   static void releasePool();
   static size_t pooledBytes();
 

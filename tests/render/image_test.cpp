@@ -40,7 +40,7 @@ TEST(Image, EmptyBoundsAllocateNothing) {
   EXPECT_TRUE(img.clone().empty());
 }
 
-TEST(Image, LargeBuffersAreRecycledZeroedAndStaleOnesReleased) {
+TEST(Image, LargeBuffersAreRecycledAndStaleOrSmallerOnesReleasedOnAMiss) {
   Image::releasePool();
   const Rect big{0, 0, 1024, 1024};  // 16 MiB
   const float* first = nullptr;
@@ -55,11 +55,16 @@ TEST(Image, LargeBuffersAreRecycledZeroedAndStaleOnesReleased) {
     EXPECT_EQ(again.row(0), first) << "the freed block is handed out again";
     EXPECT_EQ(again.at(5, 5)[1], 0.0f) << "and zeroed like a fresh one";
   }
-  { Image small(Rect{0, 0, 1024, 600}); }  // fits no kept block without waste
-  EXPECT_GE(Image::pooledBytes(), size_t(16 + 9) << 20) << "a size in use lately stays";
-  for (int i = 0; i < 40; ++i) Image small(Rect{0, 0, 1024, 600});  // the big size goes out of use
-  { Image other(Rect{0, 0, 1024, 1100}); }  // a miss (18 MiB)
-  EXPECT_EQ(Image::pooledBytes(), size_t(10 + 18) << 20) << "a miss lets the stale 16 MiB go";
+  const Rect small{0, 0, 1024, 600}, larger{0, 0, 1024, 1280}, largest{0, 0, 1024, 1536};  // 10, 20, 24 MiB
+  { Image a(small); }  // fits no kept block without waste: a miss, but the big block is in use lately
+  EXPECT_EQ(Image::pooledBytes(), size_t(16 + 10) << 20);
+  for (int i = 0; i < 40; ++i) Image a(small);  // the big size goes out of use
+  { Image a(larger); }  // a miss: the stale 16 MiB and the smaller 10 MiB go
+  EXPECT_EQ(Image::pooledBytes(), size_t(20) << 20);
+  { Image a(small); }  // a miss that keeps the larger block
+  EXPECT_EQ(Image::pooledBytes(), size_t(20 + 10) << 20);
+  { Image a(largest); }  // a bigger picture: every smaller block goes, however fresh
+  EXPECT_EQ(Image::pooledBytes(), size_t(24) << 20);
   Image::releasePool();
   EXPECT_EQ(Image::pooledBytes(), 0u);
 }
