@@ -19,4 +19,10 @@ inline size_t paddedFloats(size_t n) { return (n + kRowPadFloats - 1) / kRowPadF
 // where the block boundaries fall.
 void symmetricSum(const float* const* rows, const float* weights, int count, float* out, size_t n);
 
+// Two neighbouring sums at once, sharing their loads: out0 over rows[0 ...
+// count-1] and out1 over rows[1 ... count] (count + 1 rows), each exactly as
+// symmetricSum computes it.
+void symmetricSumPair(const float* const* rows, const float* weights, int count, float* out0, float* out1,
+                      size_t n);
+
 }  // namespace vg::blur

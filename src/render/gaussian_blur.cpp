@@ -256,15 +256,21 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
     }
   });
 
-  // Phase 2: each band slides its ring of T horizontal rows down its rows.
+  // Phase 2: each band slides a ring of T + 1 horizontal rows down its rows
+  // and makes its output rows two at a time (they share T rows of taps).
   parallelFor(0, bands, 1, [&](int b0, int b1) {
-    std::vector<float> line, ring(rowFloats * size_t(T)), result(rowFloats);
-    std::vector<const float*> slot(static_cast<size_t>(T)), taps(static_cast<size_t>(T));
+    const size_t S = size_t(T) + 1;
+    std::vector<float> line, ring(rowFloats * S), result(rowFloats * 2);
+    std::vector<const float*> slot(S), taps(S);
+    const size_t n = size_t(out.width) * size_t(src.channels);
     for (int b = b0; b < b1; ++b) {
       const int y0 = bandStart(b), y1 = bandStart(b + 1);
       const std::vector<float>& e = edges[size_t(b)];
+      auto tapsFrom = [&](int y, int count) {  // the horizontal rows y - R, ... (count of them)
+        for (int k = 0; k < count; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % S];
+      };
       for (int yy = y0 - R; yy < y1 + R; ++yy) {
-        const size_t s = size_t(yy - (y0 - R)) % size_t(T);
+        const size_t s = size_t(yy - (y0 - R)) % S;
         if (yy < y0) {
           slot[s] = &e[rowFloats * size_t(yy - (y0 - R))];
         } else if (yy >= y1) {
@@ -274,11 +280,18 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
           horizontalRow(f, src, sourceRow(yy), out, line, dst);
           slot[s] = dst;
         }
-        const int y = yy - R;  // the output row whose taps are now all present
+        const int y = yy - R;  // the newest output row whose taps are all present
         if (y < y0) continue;
-        for (int k = 0; k < T; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % size_t(T)];
-        blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), size_t(out.width) * size_t(src.channels));
-        consume(y, result.data());
+        if ((y - y0) % 2 == 1) {
+          tapsFrom(y - 1, T + 1);
+          blur::symmetricSumPair(taps.data(), f.weights.data(), T, result.data(), result.data() + rowFloats, n);
+          consume(y - 1, result.data());
+          consume(y, result.data() + rowFloats);
+        } else if (y == y1 - 1) {  // a last row without a partner
+          tapsFrom(y, T);
+          blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), n);
+          consume(y, result.data());
+        }
       }
     }
   });
