@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <complex>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
@@ -227,6 +228,24 @@ void horizontalRow(const DirectFilter& f, const Plane& src, int sy, const Rect& 
   }
 }
 
+// Scratch rows starting on 64-byte boundaries (rows are whole blocks of 16
+// floats, so every row of the buffer is aligned): vector loads of them never
+// straddle two cache lines.
+class AlignedRows {
+ public:
+  AlignedRows(size_t rowFloats, size_t rows) : storage_(rowFloats * rows + 16), rowFloats_(rowFloats) {
+    const auto address = reinterpret_cast<uintptr_t>(storage_.data());
+    base_ = storage_.data() + ((64 - address % 64) % 64) / sizeof(float);
+  }
+  float* row(size_t i) { return base_ + i * rowFloats_; }
+  const float* row(size_t i) const { return base_ + i * rowFloats_; }
+
+ private:
+  std::vector<float> storage_;
+  size_t rowFloats_;
+  float* base_;
+};
+
 // Bands of output rows [y0, y1), each computing its own horizontal rows.
 // The rows a band's vertical taps need from beyond its edges are taken
 // (horizontally blurred) before any band starts writing, so a consumer may
@@ -242,16 +261,17 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
   auto bandStart = [&](int b) { return out.y + int(int64_t(out.height) * b / bands); };
 
   // Phase 1: the R rows above and below every band.
-  std::vector<std::vector<float>> edges(static_cast<size_t>(bands));
+  std::vector<AlignedRows> edges;
+  edges.reserve(size_t(bands));
+  for (int b = 0; b < bands; ++b) edges.emplace_back(rowFloats, size_t(2 * R));
   parallelFor(0, bands, 1, [&](int b0, int b1) {
     std::vector<float> line;
     for (int b = b0; b < b1; ++b) {
       const int y0 = bandStart(b), y1 = bandStart(b + 1);
-      std::vector<float>& e = edges[size_t(b)];
-      e.resize(rowFloats * size_t(2 * R));
+      AlignedRows& e = edges[size_t(b)];
       for (int i = 0; i < R; ++i) {
-        horizontalRow(f, src, sourceRow(y0 - R + i), out, line, &e[rowFloats * size_t(i)]);
-        horizontalRow(f, src, sourceRow(y1 + i), out, line, &e[rowFloats * size_t(R + i)]);
+        horizontalRow(f, src, sourceRow(y0 - R + i), out, line, e.row(size_t(i)));
+        horizontalRow(f, src, sourceRow(y1 + i), out, line, e.row(size_t(R + i)));
       }
     }
   });
@@ -260,23 +280,24 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
   // and makes its output rows two at a time (they share T rows of taps).
   parallelFor(0, bands, 1, [&](int b0, int b1) {
     const size_t S = size_t(T) + 1;
-    std::vector<float> line, ring(rowFloats * S), result(rowFloats * 2);
+    std::vector<float> line;
+    AlignedRows ring(rowFloats, S), result(rowFloats, 2);
     std::vector<const float*> slot(S), taps(S);
     const size_t n = size_t(out.width) * size_t(src.channels);
     for (int b = b0; b < b1; ++b) {
       const int y0 = bandStart(b), y1 = bandStart(b + 1);
-      const std::vector<float>& e = edges[size_t(b)];
+      const AlignedRows& e = edges[size_t(b)];
       auto tapsFrom = [&](int y, int count) {  // the horizontal rows y - R, ... (count of them)
         for (int k = 0; k < count; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % S];
       };
       for (int yy = y0 - R; yy < y1 + R; ++yy) {
         const size_t s = size_t(yy - (y0 - R)) % S;
         if (yy < y0) {
-          slot[s] = &e[rowFloats * size_t(yy - (y0 - R))];
+          slot[s] = e.row(size_t(yy - (y0 - R)));
         } else if (yy >= y1) {
-          slot[s] = &e[rowFloats * size_t(R + yy - y1)];
+          slot[s] = e.row(size_t(R + yy - y1));
         } else {
-          float* dst = &ring[rowFloats * s];
+          float* dst = ring.row(s);
           horizontalRow(f, src, sourceRow(yy), out, line, dst);
           slot[s] = dst;
         }
@@ -284,13 +305,13 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
         if (y < y0) continue;
         if ((y - y0) % 2 == 1) {
           tapsFrom(y - 1, T + 1);
-          blur::symmetricSumPair(taps.data(), f.weights.data(), T, result.data(), result.data() + rowFloats, n);
-          consume(y - 1, result.data());
-          consume(y, result.data() + rowFloats);
+          blur::symmetricSumPair(taps.data(), f.weights.data(), T, result.row(0), result.row(1), n);
+          consume(y - 1, result.row(0));
+          consume(y, result.row(1));
         } else if (y == y1 - 1) {  // a last row without a partner
           tapsFrom(y, T);
-          blur::symmetricSum(taps.data(), f.weights.data(), T, result.data(), n);
-          consume(y, result.data());
+          blur::symmetricSum(taps.data(), f.weights.data(), T, result.row(0), n);
+          consume(y, result.row(0));
         }
       }
     }
