@@ -121,6 +121,21 @@ void BM_curves(benchmark::State& state) {
 }
 BENCHMARK(BM_curves)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
+// The worst case: four bent curves, six look-ups per pixel (BM_curves has a
+// straight red curve and identity green and blue, which the kernel evaluates
+// without looking up: three look-ups per pixel).
+void BM_curvesFourBent(benchmark::State& state) {
+  CurveSet set;
+  set.rgb = ToneCurve{{{0, 0}, {0.25, 0.2}, {0.75, 0.85}, {1, 1}}};
+  set.red = ToneCurve{{{0, 0.05}, {0.5, 0.55}, {1, 0.95}}};
+  set.green = ToneCurve{{{0, 0}, {0.4, 0.45}, {1, 1}}};
+  set.blue = ToneCurve{{{0, 0.1}, {0.6, 0.5}, {1, 0.9}}};
+  static const Image lut = buildCurveLookupImage(set);
+  static const auto params = kernels::prepare(curvesKernelParams(lut));
+  runKernel(state, [](const kernels::KernelRow& r) { kernels::curves(params, r); }, false);
+}
+BENCHMARK(BM_curvesFourBent)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+
 void BM_lutApply(benchmark::State& state) {
   static const ParsedLUT lut = [] {
     std::string text = "LUT_3D_SIZE 33\n";

@@ -6,9 +6,11 @@
 // Each kernel is a functor over planar vectors (R, G, B, A, the aux image's
 // R, G, B and the pixel centre). RunRow de-interleaves a row, calls it and
 // interleaves the result back; a short tail goes through a zero-padded block so
-// that every pixel sees exactly the same operations. Operations are written in
-// the references' order (no fused multiply-add: the library is built with
-// -ffp-contract=off) so that the hash-based kernels match them bit for bit.
+// that every pixel sees exactly the same operations, whichever thread or tile
+// runs it. Operations are written in the references' order (no contracted
+// multiply-add: the library is built with -ffp-contract=off) so that the
+// hash-based kernels match them bit for bit; tone and curves regroup their
+// arithmetic and use explicit multiply-adds where the 1e-5 agreement allows.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -338,6 +340,7 @@ struct ToneOp {
   // - c + c·shadows·wS·1.2 + c·highlights·wH·1.2 is c (1 + k), with
   //   k = 1.2 (shadows·wS + highlights·wH) shared by the three channels, and
   //   its clamp to 0...4 followed by clamp01 is clamp01;
+  // - a power whose weight (shadows or highlights) is 0 is not computed;
   // - both contrast branches are one cubic x (a0 + x (a1 + a2 x)) + b0:
   //   contrast >= 0: mix(x, x²(3 - 2x), t) = x (1 - t + x (3t - 2t x));
   //   contrast < 0: mix(x, 0.5 + (x - 0.5)(1 + 0.8t), -t) = (1 - 0.8t²) x + 0.4t².
@@ -540,8 +543,9 @@ struct CurvesOp {
   HWY_INLINE void Steps(D d, Px (&x)[K]) const {
     V c[K][3];
     for (size_t k = 0; k < K; ++k) {
-      // The input clamp (a look-up clamps by itself).
-      if (p->linear[CurvesPrepared::kMaster]) x[k].r = Clamp01(d, x[k].r), x[k].g = Clamp01(d, x[k].g), x[k].b = Clamp01(d, x[k].b);
+      if (p->linear[CurvesPrepared::kMaster]) {  // the input clamp; a look-up clamps by itself
+        x[k].r = Clamp01(d, x[k].r), x[k].g = Clamp01(d, x[k].g), x[k].b = Clamp01(d, x[k].b);
+      }
       c[k][0] = Curve(d, CurvesPrepared::kMaster, x[k].r);
       c[k][1] = Curve(d, CurvesPrepared::kMaster, x[k].g);
       c[k][2] = Curve(d, CurvesPrepared::kMaster, x[k].b);
