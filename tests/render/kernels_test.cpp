@@ -137,8 +137,9 @@ std::vector<Case> allCases() {
   }();
   static const auto row1 = identityCurveRow([](float x) { return 0.5f * x + 0.25f; }, 0);
   cases.push_back(make("curves", &curves, &reference::curves, prepare(CurvesParams{row0.data(), row1.data(), 1023})));
-  // Identity tables are skipped by the fast path: the master alone (the usual
-  // case), the channels alone, and nothing at all.
+  // Straight tables (the identity, two-point curves) are evaluated instead of
+  // looked up by the fast path: a bent master alone (the usual case), bent
+  // channels alone or after a straight master, and nothing at all.
   static const auto identityRow = identityCurveRow([](float x) { return x; }, 0);
   static const auto masterOnly = [] {
     std::vector<float> r = identityCurveRow([](float x) { return x * x * (3 - 2 * x); }, 0);
@@ -159,6 +160,13 @@ std::vector<Case> allCases() {
                        prepare(CurvesParams{masterOnly.data(), identityRow.data(), 1023})));
   cases.push_back(make("curves channels only", &curves, &reference::curves,
                        prepare(CurvesParams{channelsOnly.data(), row1.data(), 1023})));
+  static const auto straightMaster = [] {
+    std::vector<float> r = row0;
+    for (int i = 0; i < 1024; ++i) r[size_t(i) * 4] = 0.1f + 0.8f * float(i) / 1023.0f;
+    return r;
+  }();
+  cases.push_back(make("curves straight master", &curves, &reference::curves,
+                       prepare(CurvesParams{straightMaster.data(), row1.data(), 1023})));
   cases.push_back(make("curves identity", &curves, &reference::curves,
                        prepare(CurvesParams{identityAll.data(), identityRow.data(), 1023})));
   cases.push_back(make("dither", &dither, &reference::dither, DitherParams{}, false));
