@@ -32,11 +32,12 @@ std::string errorOf(std::string_view text) {
   return e ? e->message : "(accepted)";
 }
 
-const ParsedLUT& ok(const LUTResult& r) {
+// A copy, not a reference: callers pass the parser's temporary result, which
+// dies at the end of their statement.
+ParsedLUT ok(const LUTResult& r) {
   if (const auto* e = std::get_if<LUTError>(&r)) ADD_FAILURE() << "rejected: " << e->message;
-  static const ParsedLUT none;
   const auto* lut = std::get_if<ParsedLUT>(&r);
-  return lut ? *lut : none;
+  return lut ? *lut : ParsedLUT{};
 }
 
 TEST(LUTParse, AcceptsATypicalFile) {
