@@ -181,7 +181,8 @@ void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, in
   const int R = f.radius;
   const int first = x0 - R, len = count + 2 * R;
   const size_t px = size_t(C) * sizeof(float);
-  line.resize(blur::paddedFloats(size_t(len) * size_t(C)));
+  // The last tap reads a whole number of blocks from 2R pixels in.
+  line.resize(size_t(2 * R) * size_t(C) + blur::paddedFloats(size_t(count) * size_t(C)));
   // Columns left of the source repeat its first pixel, right of it its last.
   const int inside0 = std::clamp(sb.x, first, first + len), inside1 = std::clamp(sb.right(), first, first + len);
   for (int p = first; p < inside0; ++p) std::memcpy(&line[size_t(p - first) * size_t(C)], row, px);
