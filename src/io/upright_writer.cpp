@@ -3,6 +3,7 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "io/orientation.h"
@@ -22,6 +23,10 @@ void UprightWriter::write(const uint8_t* rows, size_t pitch, int y0, int count) 
     for (int k = 0; k < count; ++k) color_.convert(rows + size_t(k) * pitch, width_, image_.row(y0 + k));
     return;
   }
+  if (orientation::swapsAxes(orientation_)) {
+    writeTransposed(rows, pitch, y0, count);
+    return;
+  }
   std::vector<float> buffer(size_t(width_) * 4);
   const ptrdiff_t stride = ptrdiff_t(image_.strideFloats());
   for (int k = 0; k < count; ++k) {
@@ -37,6 +42,45 @@ void UprightWriter::write(const uint8_t* rows, size_t pitch, int y0, int count) 
       d[1] = s[1];
       d[2] = s[2];
       d[3] = s[3];
+    }
+  }
+}
+
+// Orientations 5-8 turn each stored row into an upright column. Stored
+// rows are converted in tiles of kTileColumns columns into a small buffer,
+// which is then written out one upright row at a time: `count` neighbouring
+// pixels per row (whole cache lines) instead of one pixel per upright row for
+// every stored row. Decoding the 24 MP camera JPEG as orientation 6 took
+// 168 ms of CPU with the per-row scatter and takes 148 ms this way
+// (orientation 1: 94 ms); longer runs (128-row JPEG bands) gained nothing.
+void UprightWriter::writeTransposed(const uint8_t* rows, size_t pitch, int y0, int count) {
+  constexpr int kTileColumns = 64;
+  const size_t bytesPerPixel = color_.format().bytesPerPixel();
+  const ptrdiff_t stride = ptrdiff_t(image_.strideFloats());
+  // Offsets in floats from the upright place of stored pixel (0, y0): one
+  // stored column further, one stored row further.
+  const auto origin = orientation::upright(orientation_, width_, height_, 0, y0);
+  const auto nextColumn = orientation::upright(orientation_, width_, height_, 1, y0);
+  const auto nextRow = orientation::upright(orientation_, width_, height_, 0, y0 + 1);
+  const ptrdiff_t stepX = (nextColumn.x - origin.x) * 4 + (nextColumn.y - origin.y) * stride;
+  const ptrdiff_t stepY = (nextRow.x - origin.x) * 4 + (nextRow.y - origin.y) * stride;
+  float* base = image_.at(origin.x, origin.y);
+  std::vector<float> tile(size_t(kTileColumns) * size_t(count) * 4);
+  for (int x0 = 0; x0 < width_; x0 += kTileColumns) {
+    const int n = std::min(kTileColumns, width_ - x0);
+    for (int k = 0; k < count; ++k) {
+      color_.convert(rows + size_t(k) * pitch + size_t(x0) * bytesPerPixel, n, tile.data() + size_t(k) * size_t(n) * 4);
+    }
+    for (int i = 0; i < n; ++i) {
+      const ptrdiff_t column = ptrdiff_t(x0 + i) * stepX;
+      for (int k = 0; k < count; ++k) {
+        const float* s = tile.data() + (size_t(k) * size_t(n) + size_t(i)) * 4;
+        float* d = base + column + ptrdiff_t(k) * stepY;
+        d[0] = s[0];
+        d[1] = s[1];
+        d[2] = s[2];
+        d[3] = s[3];
+      }
     }
   }
 }

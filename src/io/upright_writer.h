@@ -6,8 +6,10 @@
 // height swapped for orientations 5-8), and not cleared: every pixel is
 // written exactly once. Each stored row is converted by
 // InputColor and placed where its orientation sends it: for orientation 1
-// straight into the output row, otherwise through a small per-call buffer
-// that is scattered with a constant step.
+// straight into the output row; mirrored and turned rows through a small
+// per-call buffer that is scattered with a constant step; for orientations
+// 5-8 (stored rows become upright columns) in tiles of 64 stored columns, so
+// that each upright row receives a run of neighbouring pixels at once.
 //
 // write() may run on several threads at once for disjoint row ranges; rows
 // are grouped in blocks of kBlockRows so that rotated writes from different
@@ -41,6 +43,8 @@ class UprightWriter {
   Image take() { return std::move(image_); }
 
  private:
+  void writeTransposed(const uint8_t* rows, size_t pitch, int y0, int count);
+
   int width_;
   int height_;
   int orientation_;

@@ -107,9 +107,9 @@ TEST(JpegDecoder, TallImagesKeepEveryRowInPlace) {
   ASSERT_EQ(h, 1003);
   for (int threads : {1, 2}) {
     ScopedThreadLimit limit(threads);
-    for (int orientation : {1, 6}) {
+    for (int orientation = 1; orientation <= 8; ++orientation) {
       auto d = decodeJpeg(bytes, DecodeOptions{orientation});
-      ASSERT_EQ(d.image.height(), orientation == 1 ? h : w);
+      ASSERT_EQ(d.image.height(), orientation::swapsAxes(orientation) ? w : h);
       int wrong = 0;
       for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
