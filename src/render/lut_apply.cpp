@@ -2,6 +2,7 @@
 // look-up, decoding (see lut_loader.h). The scalar reference and the Highway
 // fast path (runtime dispatch, as in kernels_simd.cpp) live side by side.
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 
@@ -14,7 +15,6 @@
 #define HWY_TARGET_INCLUDE "render/lut_apply.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
-#include "hwy/contrib/math/math-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace vg {
@@ -26,80 +26,268 @@ using V = hn::Vec<D>;
 using DI = hn::RebindToSigned<D>;
 using VI = hn::Vec<DI>;
 
-HWY_INLINE V Lerp(V lo, V hi, V w) { return hn::Add(lo, hn::Mul(hn::Sub(hi, lo), w)); }
-
-HWY_INLINE V EncodeSrgb(D d, V v) {
-  // NaN would upset the logarithm (it is clamped to 0 afterwards anyway), and
-  // so would infinity: any huge value encodes far above 1.
-  v = hn::IfThenElseZero(hn::Eq(v, v), v);
-  V a = hn::Abs(v);
-  const V big = hn::Set(d, 1e30f);
-  a = hn::IfThenElse(hn::Gt(a, big), big, a);
-  V lin = hn::Mul(a, hn::Set(d, 12.92f));
-  V pw = hn::Sub(hn::Mul(hn::Set(d, 1.055f), hn::Exp(d, hn::Mul(hn::Log(d, a), hn::Set(d, 1.0f / 2.4f)))),
-                 hn::Set(d, 0.055f));
-  V r = hn::IfThenElse(hn::Le(a, hn::Set(d, 0.0031308f)), lin, pw);
-  return hn::CopySign(r, v);
+template <class VV>
+HWY_INLINE VV Lerp(VV lo, VV hi, VV w) {
+  return hn::Add(lo, hn::Mul(hn::Sub(hi, lo), w));  // kmath::mix, operation for operation
 }
 
+// log2(x) for finite x >= 0 (0 and subnormals give a finite value near -127).
+// x = 2^e m with m in [sqrt(1/2), sqrt(2)), split off with integer arithmetic
+// on the bits; log2(m) = 2/ln 2 · atanh(s), s = (m - 1)/(m + 1), |s| <= 0.172,
+// as 2/ln 2 · (s + s³/3 + ... + s⁹/9): the next term is below 1e-9. The
+// division is a reciprocal estimate refined by one Newton step (relative error
+// below 2^-22 even from a 12-bit estimate).
+HWY_INLINE V Log2(D d, V x) {
+  const DI di;
+  const VI kSqrtHalf = hn::Set(di, 0x3F3504F3);  // the bits of sqrt(1/2)
+  const VI shifted = hn::Sub(hn::BitCast(di, x), kSqrtHalf);
+  const V e = hn::ConvertTo(d, hn::ShiftRight<23>(shifted));
+  const V m = hn::BitCast(d, hn::Add(hn::And(shifted, hn::Set(di, 0x007FFFFF)), kSqrtHalf));
+  const V one = hn::Set(d, 1.0f);
+  const V den = hn::Add(m, one);
+  V inv = hn::ApproximateReciprocal(den);
+  inv = hn::Mul(inv, hn::NegMulAdd(den, inv, hn::Set(d, 2.0f)));
+  const V s = hn::Mul(hn::Sub(m, one), inv);
+  const V s2 = hn::Mul(s, s);
+  constexpr float k = 2.0f / 0.693147181f;
+  V poly = hn::MulAdd(s2, hn::Set(d, k / 9.0f), hn::Set(d, k / 7.0f));
+  poly = hn::MulAdd(poly, s2, hn::Set(d, k / 5.0f));
+  poly = hn::MulAdd(poly, s2, hn::Set(d, k / 3.0f));
+  poly = hn::MulAdd(poly, s2, hn::Set(d, k));
+  return hn::MulAdd(s, poly, e);
+}
+
+// 2^y with y clamped to [-125, 128]. y = n + f, f in [-1/2, 1/2]: adding
+// 1.5·2^23 rounds y to the integer n in the low mantissa bits; 2^f is
+// 1 + f P(f) (the classic Cephes exp2f polynomial, relative error about 1e-7).
+// The result is 2^f · 2^(n-1) · 2, so that n = 128 gives a finite value for
+// f < 0 and infinity for f = 0, as the true power does.
+HWY_INLINE V Exp2(D d, V y) {
+  const DI di;
+  const V kRound = hn::Set(d, 12582912.0f);
+  y = hn::Min(hn::Max(y, hn::Set(d, -125.0f)), hn::Set(d, 128.0f));
+  const V shifted = hn::Add(y, kRound);
+  const V f = hn::Sub(y, hn::Sub(shifted, kRound));
+  V poly = hn::MulAdd(f, hn::Set(d, 1.535336188319500e-4f), hn::Set(d, 1.339887440266574e-3f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 9.618437357674640e-3f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 5.550332471162809e-2f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 2.402264791363012e-1f));
+  poly = hn::MulAdd(poly, f, hn::Set(d, 6.931472028550421e-1f));
+  const V p = hn::MulAdd(poly, f, hn::Set(d, 1.0f));
+  const VI n = hn::Sub(hn::BitCast(di, shifted), hn::BitCast(di, kRound));
+  const V half = hn::BitCast(d, hn::ShiftLeft<23>(hn::Add(n, hn::Set(di, 126))));
+  return hn::Mul(hn::Mul(p, half), hn::Set(d, 2.0f));
+}
+
+// 16-lane x86 targets read each group of four pixels' corners as 128-bit
+// blocks of one register, with lane permutes for the weights and the
+// (de)interleave.
+#undef VG_LUT_AVX512
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+#define VG_LUT_AVX512 1
+#else
+#define VG_LUT_AVX512 0
+#endif
+
+#if VG_LUT_AVX512
+// x^p for x in [2^lowExp, 2^(lowExp + 16)) without a logarithm: x = 2^e m,
+// m in [1, 2); m^p is a degree-7 polynomial in m - 1.5 (Chebyshev
+// interpolant, relative error below 2e-7) and 2^(p e) comes from a 16-entry
+// table in one register, picked by a lane permute. Outside the range the
+// result is finite but wrong; callers take those lanes elsewhere.
+HWY_INLINE V PowByTable(D d, V x, const float (&poly)[8], const float* octaves, int lowExp) {
+  const DI di;
+  const VI bits = hn::BitCast(di, x);
+  const VI k = hn::Min(hn::Max(hn::Sub(hn::ShiftRight<23>(bits), hn::Set(di, 127 + lowExp)), hn::Zero(di)),
+                       hn::Set(di, 15));
+  const V m = hn::BitCast(d, hn::Or(hn::And(bits, hn::Set(di, 0x007FFFFF)), hn::Set(di, 0x3F800000)));
+  const V t = hn::Sub(m, hn::Set(d, 1.5f));
+  V p = hn::MulAdd(t, hn::Set(d, poly[7]), hn::Set(d, poly[6]));
+  for (int i = 5; i >= 0; --i) p = hn::MulAdd(p, t, hn::Set(d, poly[i]));
+  return hn::Mul(p, hn::TableLookupLanes(hn::Load(d, octaves), hn::IndicesFromVec(d, k)));
+}
+#endif
+
+// a^(1/2.4) for finite a >= 0, within about 3e-7 relative of std::pow.
+HWY_INLINE V PowInverse24(D d, V a) {
+#if VG_LUT_AVX512
+  static constexpr float kPoly[8] = {1.184053659e+00f, 3.289037645e-01f, -6.395667791e-02f, 2.250394970e-02f,
+                                     -9.625967592e-03f, 4.593648948e-03f, -2.743397141e-03f, 1.471232390e-03f};
+  alignas(64) static constexpr float kOctaves[16] = {  // 2^(e/2.4), e = -9...6
+      7.432544231e-02f, 9.921256453e-02f, 1.324328929e-01f, 1.767766923e-01f, 2.359685749e-01f, 3.149802685e-01f,
+      4.204482138e-01f, 5.612310171e-01f, 7.491535544e-01f, 1.000000000e+00f, 1.334839821e+00f, 1.781797409e+00f,
+      2.378414154e+00f, 3.174802065e+00f, 4.237852573e+00f, 5.656854153e+00f};
+  // Below 2^-9 the encoding is linear (its threshold is 0.0031308).
+  const auto inRange = hn::Lt(a, hn::Set(d, 128.0f));
+  V pw = PowByTable(d, a, kPoly, kOctaves, -9);
+  if (HWY_UNLIKELY(!hn::AllTrue(d, inRange))) {
+    pw = hn::IfThenElse(inRange, pw, Exp2(d, hn::Mul(Log2(d, a), hn::Set(d, 1.0f / 2.4f))));
+  }
+  return pw;
+#else
+  return Exp2(d, hn::Mul(Log2(d, a), hn::Set(d, 1.0f / 2.4f)));
+#endif
+}
+
+// x^2.4 for x >= 0.05 (or infinity or NaN, which give infinity); beyond about
+// 1e16 the power overflows to infinity, as std::pow does.
+HWY_INLINE V Pow24(D d, V x) {
+#if VG_LUT_AVX512
+  static constexpr float kPoly[8] = {2.646177769e+00f, 4.233884335e+00f, 1.975812197e+00f, 1.756280512e-01f,
+                                     -1.755068265e-02f, 3.741660854e-03f, -1.158289961e-03f, 4.028187541e-04f};
+  alignas(64) static constexpr float kOctaves[16] = {  // 2^(2.4 e), e = -5...10
+      2.441406250e-04f, 1.288581989e-03f, 6.801176351e-03f, 3.589682281e-02f, 1.894645691e-01f, 1.000000000e+00f,
+      5.278031826e+00f, 2.785761833e+01f, 1.470333862e+02f, 7.760468750e+02f, 4.096000000e+03f, 2.161881836e+04f,
+      1.141048047e+05f, 6.022487500e+05f, 3.178688000e+06f, 1.677721600e+07f};
+  const auto inRange = hn::Lt(x, hn::Set(d, 2048.0f));  // false for NaN
+  V pw = PowByTable(d, x, kPoly, kOctaves, -5);
+  if (HWY_UNLIKELY(!hn::AllTrue(d, inRange))) {
+    pw = hn::IfThenElse(inRange, pw, Exp2(d, hn::Mul(Log2(d, x), hn::Set(d, 2.4f))));
+  }
+  return pw;
+#else
+  return Exp2(d, hn::Mul(Log2(d, x), hn::Set(d, 2.4f)));
+#endif
+}
+
+// The sRGB curve of srgb.h for finite v.
+HWY_INLINE V EncodeSrgb(D d, V v) {
+  const V a = hn::Abs(v);
+  const V lin = hn::Mul(a, hn::Set(d, 12.92f));
+  const V pw = hn::Sub(hn::Mul(hn::Set(d, 1.055f), PowInverse24(d, a)), hn::Set(d, 0.055f));
+  return hn::CopySign(hn::IfThenElse(hn::Le(a, hn::Set(d, 0.0031308f)), lin, pw), v);
+}
+
+// Any input (the interpolated entries may be huge); NaN gives an infinity.
 HWY_INLINE V DecodeSrgb(D d, V v) {
-  V a = hn::Abs(v);
-  V lin = hn::Div(a, hn::Set(d, 12.92f));
-  V base = hn::Div(hn::Add(a, hn::Set(d, 0.055f)), hn::Set(d, 1.055f));
-  V pw = hn::Exp(d, hn::Mul(hn::Log(d, base), hn::Set(d, 2.4f)));
-  // Beyond 3e15 the result overflows float; say so instead of letting the
-  // exponential's range reduction produce garbage.
-  pw = hn::IfThenElse(hn::Gt(a, hn::Set(d, 3e15f)), hn::Set(d, HUGE_VALF), pw);
-  V r = hn::IfThenElse(hn::Le(a, hn::Set(d, 0.04045f)), lin, pw);
-  return hn::CopySign(r, v);
+  const V a = hn::Abs(v);
+  const V lin = hn::Mul(a, hn::Set(d, 1.0f / 12.92f));
+  const V pw = Pow24(d, hn::Mul(hn::Add(a, hn::Set(d, 0.055f)), hn::Set(d, 1.0f / 1.055f)));
+  return hn::CopySign(hn::IfThenElse(hn::Le(a, hn::Set(d, 0.04045f)), lin, pw), v);
 }
 
 HWY_INLINE V Clamp01(D d, V x) {
   return hn::IfThenElseZero(hn::Gt(x, hn::Zero(d)), hn::Min(x, hn::Set(d, 1.0f)));
 }
 
+#if VG_LUT_AVX512
+// The trilinear look-up of four pixels at once, one per 128-bit block (its
+// RGBA texel), in the reference's order (red, then green, then blue). base
+// holds the four pixels' cell offsets; group selects their weights' lanes.
+HWY_INLINE __m512 TrilinearFour(const float* HWY_RESTRICT data, const int32_t* HWY_RESTRICT base, size_t sy,
+                                size_t sz, __m512i group, __m512 fr, __m512 fg, __m512 fb) {
+  const float *t0 = data + base[0], *t1 = data + base[1], *t2 = data + base[2], *t3 = data + base[3];
+  auto corner = [&](size_t off) {
+    __m512 v = _mm512_castps128_ps512(_mm_loadu_ps(t0 + off));
+    v = _mm512_insertf32x4(v, _mm_loadu_ps(t1 + off), 1);
+    v = _mm512_insertf32x4(v, _mm_loadu_ps(t2 + off), 2);
+    return _mm512_insertf32x4(v, _mm_loadu_ps(t3 + off), 3);
+  };
+  auto lerp = [](__m512 lo, __m512 hi, __m512 w) { return _mm512_add_ps(lo, _mm512_mul_ps(_mm512_sub_ps(hi, lo), w)); };
+  const __m512 wr = _mm512_permutexvar_ps(group, fr), wg = _mm512_permutexvar_ps(group, fg);
+  const __m512 wb = _mm512_permutexvar_ps(group, fb);
+  const __m512 c00 = lerp(corner(0), corner(4), wr), c10 = lerp(corner(sy), corner(sy + 4), wr);
+  const __m512 c01 = lerp(corner(sz), corner(sz + 4), wr), c11 = lerp(corner(sy + sz), corner(sy + sz + 4), wr);
+  return lerp(lerp(c00, c10, wg), lerp(c01, c11, wg), wb);
+}
+
+// R, G and B planes of 16 pixels held as RGBA in four registers.
+HWY_INLINE void Deinterleave(const __m512 (&px)[4], V& r, V& g, V& b) {
+  alignas(64) static constexpr int32_t kEvenPairs[16] = {0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29};
+  alignas(64) static constexpr int32_t kLowHalves[16] = {0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23};
+  const __m512i pairs = _mm512_load_si512(kEvenPairs), pairs2 = _mm512_add_epi32(pairs, _mm512_set1_epi32(2));
+  const __m512i lo = _mm512_load_si512(kLowHalves), hi = _mm512_add_epi32(lo, _mm512_set1_epi32(8));
+  const __m512 rg01 = _mm512_permutex2var_ps(px[0], pairs, px[1]), rg23 = _mm512_permutex2var_ps(px[2], pairs, px[3]);
+  const __m512 ba01 = _mm512_permutex2var_ps(px[0], pairs2, px[1]), ba23 = _mm512_permutex2var_ps(px[2], pairs2, px[3]);
+  r = V{_mm512_permutex2var_ps(rg01, lo, rg23)};
+  g = V{_mm512_permutex2var_ps(rg01, hi, rg23)};
+  b = V{_mm512_permutex2var_ps(ba01, lo, ba23)};
+}
+#else
+// The trilinear look-up of one pixel, all four channels of a texel at once, in
+// the reference's order (red, then green, then blue).
+HWY_INLINE void Trilinear(const float* HWY_RESTRICT t, size_t sy, size_t sz, float fr, float fg, float fb,
+                          float* HWY_RESTRICT out) {
+#if HWY_TARGET == HWY_SCALAR
+  for (size_t ch = 0; ch < 3; ++ch) {
+    const float* c = t + ch;
+    auto mix = [](float lo, float hi, float w) { return lo + (hi - lo) * w; };
+    const float c00 = mix(c[0], c[4], fr), c10 = mix(c[sy], c[sy + 4], fr);
+    const float c01 = mix(c[sz], c[sz + 4], fr), c11 = mix(c[sy + sz], c[sy + sz + 4], fr);
+    out[ch] = mix(mix(c00, c10, fg), mix(c01, c11, fg), fb);
+  }
+  out[3] = 0.0f;
+#else
+  const hn::FixedTag<float, 4> d4;
+  const auto wr = hn::Set(d4, fr), wg = hn::Set(d4, fg), wb = hn::Set(d4, fb);
+  const auto c00 = Lerp(hn::LoadU(d4, t), hn::LoadU(d4, t + 4), wr);
+  const auto c10 = Lerp(hn::LoadU(d4, t + sy), hn::LoadU(d4, t + sy + 4), wr);
+  const auto c01 = Lerp(hn::LoadU(d4, t + sz), hn::LoadU(d4, t + sz + 4), wr);
+  const auto c11 = Lerp(hn::LoadU(d4, t + sy + sz), hn::LoadU(d4, t + sy + sz + 4), wr);
+  hn::Store(Lerp(Lerp(c00, c10, wg), Lerp(c01, c11, wg), wb), d4, out);
+#endif
+}
+#endif
+
+// One vector of pixels: the encoding, remap and cell split run on all lanes;
+// the eight corners of each pixel's cell are then read as whole RGBA texels
+// (eight 16-byte loads per pixel, not 24 scattered single floats), and the
+// decoding runs on all lanes again.
 HWY_INLINE void Step(D d, const PreparedLUT& p, float* HWY_RESTRICT px) {
+  constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
   const DI di;
   V r, g, b, a;
   hn::LoadInterleaved4(d, px, r, g, b, a);
   const V one = hn::Set(d, 1.0f);
-  auto partial = hn::And(hn::Gt(a, hn::Zero(d)), hn::Lt(a, one));
-  V inv = hn::Div(one, a);
-  V c[3] = {hn::IfThenElse(partial, hn::Mul(r, inv), r), hn::IfThenElse(partial, hn::Mul(g, inv), g),
-            hn::IfThenElse(partial, hn::Mul(b, inv), b)};
+  const auto partial = hn::And(hn::Gt(a, hn::Zero(d)), hn::Lt(a, one));
+  const V inv = hn::Div(one, a);
+  const V c[3] = {hn::IfThenElse(partial, hn::Mul(r, inv), r), hn::IfThenElse(partial, hn::Mul(g, inv), g),
+                  hn::IfThenElse(partial, hn::Mul(b, inv), b)};
   const int n = p.size;
-  const V scaleN = hn::Set(d, float(n - 1));
+  const V scaleN = hn::Set(d, float(n - 1)), last = hn::Set(d, float(n - 2));
+  V frac[3];
   VI i0[3];
-  V f[3];
-  for (int k = 0; k < 3; ++k) {
-    V v = EncodeSrgb(d, c[k]);
-    if (p.remap) v = hn::Add(hn::Mul(v, hn::Set(d, p.scale[size_t(k)])), hn::Set(d, p.bias[size_t(k)]));
-    v = Clamp01(d, v);
-    V x = hn::Mul(v, scaleN);
-    V fl = hn::Min(hn::Floor(x), hn::Set(d, float(n - 2)));
+  for (size_t k = 0; k < 3; ++k) {
+    // Clamped first to the linear values whose encodings are the domain's
+    // ends (NaN to the low end), so the logarithm sees finite values; the
+    // clamp to the cube below still decides.
+    const V lo = hn::Set(d, p.linearMin[k]);
+    V v = hn::IfThenElse(hn::Gt(c[k], lo), hn::Min(c[k], hn::Set(d, p.linearMax[k])), lo);
+    v = EncodeSrgb(d, v);
+    if (p.remap) v = hn::Add(hn::Mul(v, hn::Set(d, p.scale[k])), hn::Set(d, p.bias[k]));
+    const V x = hn::Mul(Clamp01(d, v), scaleN);
+    const V fl = hn::Min(hn::Floor(x), last);
     i0[k] = hn::ConvertTo(di, fl);
-    f[k] = hn::Sub(x, fl);
+    frac[k] = hn::Sub(x, fl);
   }
-  // Entry offsets in floats of the eight corners.
-  const VI sx = hn::Set(di, 4), sy = hn::Set(di, 4 * n), sz = hn::Set(di, 4 * n * n);
-  const VI base = hn::Add(hn::Add(hn::Mul(i0[0], sx), hn::Mul(i0[1], sy)), hn::Mul(i0[2], sz));
-  V out[3];
-  for (int ch = 0; ch < 3; ++ch) {
-    const float* t = p.data + ch;
-    V c000 = hn::GatherIndex(d, t, base);
-    V c100 = hn::GatherIndex(d, t, hn::Add(base, sx));
-    V c010 = hn::GatherIndex(d, t, hn::Add(base, sy));
-    V c110 = hn::GatherIndex(d, t, hn::Add(hn::Add(base, sx), sy));
-    V c001 = hn::GatherIndex(d, t, hn::Add(base, sz));
-    V c101 = hn::GatherIndex(d, t, hn::Add(hn::Add(base, sx), sz));
-    V c011 = hn::GatherIndex(d, t, hn::Add(hn::Add(base, sy), sz));
-    V c111 = hn::GatherIndex(d, t, hn::Add(hn::Add(hn::Add(base, sx), sy), sz));
-    V c00 = Lerp(c000, c100, f[0]), c10 = Lerp(c010, c110, f[0]);
-    V c01 = Lerp(c001, c101, f[0]), c11 = Lerp(c011, c111, f[0]);
-    V c0 = Lerp(c00, c10, f[1]), c1 = Lerp(c01, c11, f[1]);
-    out[ch] = DecodeSrgb(d, Lerp(c0, c1, f[2]));
-    out[ch] = hn::IfThenElse(partial, hn::Mul(out[ch], a), out[ch]);
+  // Entry offsets in floats.
+  const size_t sy = size_t(4 * n), sz = size_t(4 * n) * size_t(n);
+  HWY_ALIGN int32_t base[kMaxLanes];
+  hn::Store(hn::Add(hn::Add(hn::Mul(i0[0], hn::Set(di, 4)), hn::Mul(i0[1], hn::Set(di, int32_t(sy)))),
+                    hn::Mul(i0[2], hn::Set(di, int32_t(sz)))),
+            di, base);
+  V lr, lg, lb;
+#if VG_LUT_AVX512
+  alignas(64) static constexpr int32_t kGroup[16] = {0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3};
+  const __m512i group = _mm512_load_si512(kGroup);
+  __m512 looked[4];
+  for (int q = 0; q < 4; ++q) {
+    looked[q] = TrilinearFour(p.data, base + 4 * q, sy, sz, _mm512_add_epi32(group, _mm512_set1_epi32(4 * q)),
+                              frac[0].raw, frac[1].raw, frac[2].raw);
   }
+  Deinterleave(looked, lr, lg, lb);
+#else
+  HWY_ALIGN float fr[kMaxLanes], fg[kMaxLanes], fb[kMaxLanes];
+  hn::Store(frac[0], d, fr);
+  hn::Store(frac[1], d, fg);
+  hn::Store(frac[2], d, fb);
+  HWY_ALIGN float looked[kMaxLanes * 4];
+  for (size_t j = 0; j < hn::Lanes(d); ++j) Trilinear(p.data + base[j], sy, sz, fr[j], fg[j], fb[j], looked + 4 * j);
+  V unused;
+  hn::LoadInterleaved4(d, looked, lr, lg, lb, unused);
+#endif
+  V out[3] = {DecodeSrgb(d, lr), DecodeSrgb(d, lg), DecodeSrgb(d, lb)};
+  for (V& o : out) o = hn::IfThenElse(partial, hn::Mul(o, a), o);
   hn::StoreInterleaved4(out[0], out[1], out[2], a, d, px);
 }
 
@@ -134,6 +322,8 @@ PreparedLUT prepareLUT(const ParsedLUT& lut) {
     const float d = lut.domainMax[c] - lut.domainMin[c];
     p.scale[c] = 1.0f / d;
     p.bias[c] = -lut.domainMin[c] / d;
+    p.linearMin[c] = std::clamp(srgb::decode(lut.domainMin[c]), -FLT_MAX, FLT_MAX);
+    p.linearMax[c] = std::clamp(srgb::decode(lut.domainMax[c]), -FLT_MAX, FLT_MAX);
   }
   return p;
 }

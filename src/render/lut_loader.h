@@ -92,6 +92,9 @@ struct PreparedLUT {
   const float* data = nullptr;    // the LUT's RGBA entries (not owned)
   std::array<float, 3> scale{1, 1, 1}, bias{0, 0, 0};  // domain remap in the sRGB encoding
   bool remap = false;
+  // The linear values whose encodings are the domain's ends (finite; 0 and 1
+  // for the default domain): the fast path clamps to them before encoding.
+  std::array<float, 3> linearMin{0, 0, 0}, linearMax{1, 1, 1};
 };
 PreparedLUT prepareLUT(const ParsedLUT& lut);  // lut must outlive the result
 void lutApply(const PreparedLUT& lut, const kernels::KernelRow& row);
