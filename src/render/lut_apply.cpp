@@ -171,28 +171,25 @@ HWY_INLINE V Clamp01(D d, V x) {
 }
 
 #if VG_LUT_AVX512
-// The trilinear look-up of four pixels at once, one per 128-bit block (its
-// RGBA texel), in the reference's order (red, then green, then blue). base
-// holds the four pixels' cell offsets; group selects their weights' lanes.
-HWY_INLINE __m512 TrilinearFour(const float* HWY_RESTRICT data, const int32_t* HWY_RESTRICT base, size_t sy,
-                                size_t sz, __m512i group, __m512 fr, __m512 fg, __m512 fb) {
-  const float *t0 = data + base[0], *t1 = data + base[1], *t2 = data + base[2], *t3 = data + base[3];
-  auto corner = [&](size_t off) {
-    __m512 v = _mm512_castps128_ps512(_mm_loadu_ps(t0 + off));
-    v = _mm512_insertf32x4(v, _mm_loadu_ps(t1 + off), 1);
-    v = _mm512_insertf32x4(v, _mm_loadu_ps(t2 + off), 2);
-    return _mm512_insertf32x4(v, _mm_loadu_ps(t3 + off), 3);
-  };
-  auto lerp = [](__m512 lo, __m512 hi, __m512 w) { return _mm512_add_ps(lo, _mm512_mul_ps(_mm512_sub_ps(hi, lo), w)); };
-  const __m512 wr = _mm512_permutexvar_ps(group, fr), wg = _mm512_permutexvar_ps(group, fg);
-  const __m512 wb = _mm512_permutexvar_ps(group, fb);
-  const __m512 c00 = lerp(corner(0), corner(4), wr), c10 = lerp(corner(sy), corner(sy + 4), wr);
-  const __m512 c01 = lerp(corner(sz), corner(sz + 4), wr), c11 = lerp(corner(sy + sz), corner(sy + sz + 4), wr);
-  return lerp(lerp(c00, c10, wg), lerp(c01, c11, wg), wb);
+// The trilinear look-up of one pixel with 256-bit vectors: the corners (r, g, b)
+// and (r + 1, g, b) are adjacent entries, so four loads hold all eight; blue,
+// then green are interpolated on both texels of each pair at once, and red
+// last between the two halves. The result's alpha lane is unused.
+HWY_INLINE hn::Vec128<float> TrilinearPixel(const float* HWY_RESTRICT t, size_t sy, size_t sz, const float* fr,
+                                            const float* fg, const float* fb) {
+  const hn::FixedTag<float, 8> d8;
+  const hn::FixedTag<float, 4> d4;
+  const auto wb = hn::Set(d8, *fb), wg = hn::Set(d8, *fg);
+  const auto g0 = Lerp(hn::LoadU(d8, t), hn::LoadU(d8, t + sz), wb);
+  const auto g1 = Lerp(hn::LoadU(d8, t + sy), hn::LoadU(d8, t + sy + sz), wb);
+  const auto pair = Lerp(g0, g1, wg);
+  return Lerp(hn::LowerHalf(d4, pair), hn::UpperHalf(d4, pair), hn::Set(d4, *fr));
 }
 
-// R, G and B planes of 16 pixels held as RGBA in four registers.
-HWY_INLINE void Deinterleave(const __m512 (&px)[4], V& r, V& g, V& b) {
+// Four planes of 16 RGBA pixels held in four registers, and back. Highway's
+// generic (de)interleave takes 16 shuffles each way; two rounds of two-table
+// permutes take 8.
+HWY_INLINE void Deinterleave(const __m512 (&px)[4], V& r, V& g, V& b, V& a) {
   alignas(64) static constexpr int32_t kEvenPairs[16] = {0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29};
   alignas(64) static constexpr int32_t kLowHalves[16] = {0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23};
   const __m512i pairs = _mm512_load_si512(kEvenPairs), pairs2 = _mm512_add_epi32(pairs, _mm512_set1_epi32(2));
@@ -202,8 +199,33 @@ HWY_INLINE void Deinterleave(const __m512 (&px)[4], V& r, V& g, V& b) {
   r = V{_mm512_permutex2var_ps(rg01, lo, rg23)};
   g = V{_mm512_permutex2var_ps(rg01, hi, rg23)};
   b = V{_mm512_permutex2var_ps(ba01, lo, ba23)};
+  a = V{_mm512_permutex2var_ps(ba01, hi, ba23)};
+}
+HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
+  const __m512 px[4] = {hn::LoadU(d, p).raw, hn::LoadU(d, p + 16).raw, hn::LoadU(d, p + 32).raw,
+                        hn::LoadU(d, p + 48).raw};
+  Deinterleave(px, r, g, b, a);
+}
+HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
+  alignas(64) static constexpr int32_t kZip[16] = {0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23};
+  alignas(64) static constexpr int32_t kQuads[16] = {0, 1, 16, 17, 2, 3, 18, 19, 4, 5, 20, 21, 6, 7, 22, 23};
+  const __m512i zipLo = _mm512_load_si512(kZip), zipHi = _mm512_add_epi32(zipLo, _mm512_set1_epi32(8));
+  const __m512i quadLo = _mm512_load_si512(kQuads), quadHi = _mm512_add_epi32(quadLo, _mm512_set1_epi32(8));
+  const __m512 rgLo = _mm512_permutex2var_ps(r.raw, zipLo, g.raw), rgHi = _mm512_permutex2var_ps(r.raw, zipHi, g.raw);
+  const __m512 baLo = _mm512_permutex2var_ps(b.raw, zipLo, a.raw), baHi = _mm512_permutex2var_ps(b.raw, zipHi, a.raw);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadLo, baLo)}, d, p);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadHi, baLo)}, d, p + 16);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadLo, baHi)}, d, p + 32);
+  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadHi, baHi)}, d, p + 48);
 }
 #else
+HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
+  hn::LoadInterleaved4(d, p, r, g, b, a);
+}
+HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
+  hn::StoreInterleaved4(r, g, b, a, d, p);
+}
+
 // The trilinear look-up of one pixel, all four channels of a texel at once, in
 // the reference's order (red, then green, then blue).
 HWY_INLINE void Trilinear(const float* HWY_RESTRICT t, size_t sy, size_t sz, float fr, float fg, float fb,
@@ -231,18 +253,21 @@ HWY_INLINE void Trilinear(const float* HWY_RESTRICT t, size_t sy, size_t sz, flo
 
 // One vector of pixels: the encoding, remap and cell split run on all lanes;
 // the eight corners of each pixel's cell are then read as whole RGBA texels
-// (eight 16-byte loads per pixel, not 24 scattered single floats), and the
-// decoding runs on all lanes again.
+// (four 32-byte or eight 16-byte loads per pixel, not 24 scattered single
+// floats), and the decoding runs on all lanes again.
 HWY_INLINE void Step(D d, const PreparedLUT& p, float* HWY_RESTRICT px) {
   constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
   const DI di;
   V r, g, b, a;
-  hn::LoadInterleaved4(d, px, r, g, b, a);
+  LoadRgba(d, px, r, g, b, a);
   const V one = hn::Set(d, 1.0f);
   const auto partial = hn::And(hn::Gt(a, hn::Zero(d)), hn::Lt(a, one));
-  const V inv = hn::Div(one, a);
-  const V c[3] = {hn::IfThenElse(partial, hn::Mul(r, inv), r), hn::IfThenElse(partial, hn::Mul(g, inv), g),
-                  hn::IfThenElse(partial, hn::Mul(b, inv), b)};
+  const bool anyPartial = !hn::AllFalse(d, partial);  // opaque photographs skip the division
+  V c[3] = {r, g, b};
+  if (anyPartial) {
+    const V inv = hn::Div(one, a);
+    for (V& v : c) v = hn::IfThenElse(partial, hn::Mul(v, inv), v);
+  }
   const int n = p.size;
   const V scaleN = hn::Set(d, float(n - 1)), last = hn::Set(d, float(n - 2));
   V frac[3];
@@ -268,14 +293,19 @@ HWY_INLINE void Step(D d, const PreparedLUT& p, float* HWY_RESTRICT px) {
             di, base);
   V lr, lg, lb;
 #if VG_LUT_AVX512
-  alignas(64) static constexpr int32_t kGroup[16] = {0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3};
-  const __m512i group = _mm512_load_si512(kGroup);
+  HWY_ALIGN float fr[kMaxLanes], fg[kMaxLanes], fb[kMaxLanes];
+  hn::Store(frac[0], d, fr);
+  hn::Store(frac[1], d, fg);
+  hn::Store(frac[2], d, fb);
+  const hn::FixedTag<float, 8> d8;
   __m512 looked[4];
-  for (int q = 0; q < 4; ++q) {
-    looked[q] = TrilinearFour(p.data, base + 4 * q, sy, sz, _mm512_add_epi32(group, _mm512_set1_epi32(4 * q)),
-                              frac[0].raw, frac[1].raw, frac[2].raw);
+  for (size_t q = 0; q < 4; ++q) {
+    auto pixel = [&](size_t j) { return TrilinearPixel(p.data + base[j], sy, sz, fr + j, fg + j, fb + j); };
+    const size_t j = 4 * q;
+    looked[q] = hn::Combine(d, hn::Combine(d8, pixel(j + 3), pixel(j + 2)), hn::Combine(d8, pixel(j + 1), pixel(j))).raw;
   }
-  Deinterleave(looked, lr, lg, lb);
+  V unused;
+  Deinterleave(looked, lr, lg, lb, unused);
 #else
   HWY_ALIGN float fr[kMaxLanes], fg[kMaxLanes], fb[kMaxLanes];
   hn::Store(frac[0], d, fr);
@@ -287,8 +317,10 @@ HWY_INLINE void Step(D d, const PreparedLUT& p, float* HWY_RESTRICT px) {
   hn::LoadInterleaved4(d, looked, lr, lg, lb, unused);
 #endif
   V out[3] = {DecodeSrgb(d, lr), DecodeSrgb(d, lg), DecodeSrgb(d, lb)};
-  for (V& o : out) o = hn::IfThenElse(partial, hn::Mul(o, a), o);
-  hn::StoreInterleaved4(out[0], out[1], out[2], a, d, px);
+  if (anyPartial) {
+    for (V& o : out) o = hn::IfThenElse(partial, hn::Mul(o, a), o);
+  }
+  StoreRgba(d, out[0], out[1], out[2], a, px);
 }
 
 void LutRow(const PreparedLUT& p, const kernels::KernelRow& row) {
