@@ -392,32 +392,88 @@ struct VibranceOp {
 };
 
 struct HslOp {
-  HslParams p;
-  HWY_INLINE void operator()(D d, Px& x) const {
-    static constexpr float kCenters[8] = {0, 30, 60, 120, 180, 240, 285, 330};
-    V h, s, l;
-    Rgb2Hsl(d, Clamp01(d, x.r), Clamp01(d, x.g), Clamp01(d, x.b), h, s, l);
-    V hueDeg = hn::Mul(h, hn::Set(d, 360.0f));
-    V wSum = hn::Set(d, 0.0001f), dHue = hn::Zero(d), dSat = hn::Zero(d), dLum = hn::Zero(d);
-    for (int i = 0; i < 8; ++i) {
-      V dist = hn::Abs(hn::Sub(hueDeg, hn::Set(d, kCenters[i])));
-      dist = hn::Min(dist, hn::Sub(hn::Set(d, 360.0f), dist));
-      V w = ClampTo(d, hn::Sub(hn::Set(d, 1.0f), hn::Div(dist, hn::Set(d, 40.0f))), 0.0f, 1.0f);
-      wSum = hn::Add(wSum, w);
-      dHue = hn::Add(dHue, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].hue)));
-      dSat = hn::Add(dSat, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].saturation)));
-      dLum = hn::Add(dLum, hn::Mul(w, hn::Set(d, p.bands[size_t(i)].luminance)));
+  // The reference's arithmetic with fewer operations (each step within a few
+  // ulps of it):
+  // - rgb2hsl divides twice (saturation, and 1/d shared by the three hue
+  //   candidates) instead of five times;
+  // - band weights are 1 - distance·(1/40); only the bands within 40° of the
+  //   hue wrap-around (red, orange, magenta) take the wrapped distance, and a
+  //   band whose three parameters are all zero only adds to the weight sum;
+  // - the band parameters are pre-scaled (hue to turns, saturation and
+  //   luminance to -1...1), so the sums need one division (by the weight sum);
+  //   an adjustment whose every band is zero is skipped;
+  // - hue2chroma's four pieces are p + (q - p)·clamp01(min(6t, 4 - 6t)).
+  static constexpr float kCenters[8] = {0, 30, 60, 120, 180, 240, 285, 330};
+  float hue[8], sat[8], lum[8];
+  bool active[8];
+  bool anyHue = false, anySat = false, anyLum = false;
+  explicit HslOp(const HslParams& p) {
+    for (size_t i = 0; i < 8; ++i) {
+      hue[i] = p.bands[i].hue / 360.0f;
+      sat[i] = p.bands[i].saturation / 100.0f;
+      lum[i] = p.bands[i].luminance / 100.0f;
+      anyHue |= hue[i] != 0.0f;
+      anySat |= sat[i] != 0.0f;
+      anyLum |= lum[i] != 0.0f;
+      active[i] = hue[i] != 0.0f || sat[i] != 0.0f || lum[i] != 0.0f;
     }
-    const V hundred = hn::Set(d, 100.0f);
-    dHue = hn::Div(dHue, wSum);
-    dSat = hn::Div(hn::Div(dSat, wSum), hundred);
-    dLum = hn::Div(hn::Div(dLum, wSum), hundred);
-    V protect = Smoothstep(d, 0.03f, 0.15f, s);
-    h = Fract(hn::Add(h, hn::Mul(hn::Div(dHue, hn::Set(d, 360.0f)), protect)));
-    s = Clamp01(d, hn::Mul(s, hn::Add(hn::Set(d, 1.0f), hn::Mul(dSat, Mix(hn::Set(d, 0.35f), hn::Set(d, 1.0f), protect)))));
-    V room = hn::IfThenElse(hn::Gt(l, hn::Set(d, 0.5f)), hn::Sub(hn::Set(d, 1.0f), l), l);
-    l = Clamp01(d, hn::Add(l, hn::Mul(hn::Mul(hn::Mul(dLum, hn::Set(d, 0.5f)), room), hn::Set(d, 2.0f))));
-    Hsl2Rgb(d, h, s, l, x.r, x.g, x.b);
+  }
+  HWY_INLINE V chroma(D d, V p, V qp, V t) const {
+    const V x = hn::Mul(Fract(t), hn::Set(d, 6.0f));
+    const V ramp = hn::Min(hn::Min(x, hn::Sub(hn::Set(d, 4.0f), x)), hn::Set(d, 1.0f));
+    return hn::MulAdd(qp, hn::Max(ramp, hn::Zero(d)), p);  // x is never NaN here
+  }
+  HWY_INLINE void operator()(D d, Px& x) const {
+    const V one = hn::Set(d, 1.0f), zero = hn::Zero(d), tiny = hn::Set(d, 0.0001f);
+    const V r = Clamp01(d, x.r), g = Clamp01(d, x.g), b = Clamp01(d, x.b);
+    // rgb2hsl
+    const V mx = hn::Max(hn::Max(r, g), b), mn = hn::Min(hn::Min(r, g), b);
+    const V sum = hn::Add(mx, mn), dd = hn::Sub(mx, mn);
+    V l = hn::Mul(sum, hn::Set(d, 0.5f));
+    const auto upper = hn::Gt(l, hn::Set(d, 0.5f));
+    const auto chromatic = hn::Gt(dd, tiny);
+    V s = hn::Div(dd, hn::Max(tiny, hn::IfThenElse(upper, hn::Sub(hn::Sub(hn::Set(d, 2.0f), mx), mn), sum)));
+    s = hn::IfThenElseZero(chromatic, s);
+    const auto isR = hn::Eq(mx, r), isG = hn::Eq(mx, g);
+    const V num = hn::IfThenElse(isR, hn::Sub(g, b), hn::IfThenElse(isG, hn::Sub(b, r), hn::Sub(r, g)));
+    const V off = hn::IfThenElse(isR, hn::IfThenElseZero(hn::Lt(g, b), hn::Set(d, 6.0f)),
+                                 hn::IfThenElse(isG, hn::Set(d, 2.0f), hn::Set(d, 4.0f)));
+    V h = hn::Mul(hn::Add(hn::Div(num, dd), off), hn::Set(d, 1.0f / 6.0f));
+    h = hn::IfThenElseZero(chromatic, h);
+    // Band weights and the weighted parameter sums.
+    const V hueDeg = hn::Mul(h, hn::Set(d, 360.0f));
+    V wSum = tiny, dHue = zero, dSat = zero, dLum = zero;
+    for (size_t i = 0; i < 8; ++i) {
+      V dist = hn::Abs(hn::Sub(hueDeg, hn::Set(d, kCenters[i])));
+      if (kCenters[i] < 40.0f || kCenters[i] > 320.0f) dist = hn::Min(dist, hn::Sub(hn::Set(d, 360.0f), dist));
+      const V w = hn::Max(hn::NegMulAdd(dist, hn::Set(d, 1.0f / 40.0f), one), zero);
+      wSum = hn::Add(wSum, w);
+      if (!active[i]) continue;
+      if (anyHue) dHue = hn::MulAdd(w, hn::Set(d, hue[i]), dHue);
+      if (anySat) dSat = hn::MulAdd(w, hn::Set(d, sat[i]), dSat);
+      if (anyLum) dLum = hn::MulAdd(w, hn::Set(d, lum[i]), dLum);
+    }
+    const V inv = hn::Div(one, wSum);
+    V protect = Clamp01(d, hn::Mul(hn::Sub(s, hn::Set(d, 0.03f)), hn::Set(d, 1.0f / 0.12f)));
+    protect = hn::Mul(hn::Mul(protect, protect), hn::NegMulAdd(hn::Set(d, 2.0f), protect, hn::Set(d, 3.0f)));
+    if (anyHue) h = Fract(hn::MulAdd(hn::Mul(dHue, inv), protect, h));
+    if (anySat) {
+      const V gain = hn::MulAdd(hn::Mul(dSat, inv), hn::MulAdd(protect, hn::Set(d, 0.65f), hn::Set(d, 0.35f)), one);
+      s = Clamp01(d, hn::Mul(s, gain));
+    }
+    if (anyLum) {
+      const V room = hn::IfThenElse(hn::Gt(l, hn::Set(d, 0.5f)), hn::Sub(one, l), l);
+      l = Clamp01(d, hn::MulAdd(hn::Mul(dLum, inv), room, l));
+    }
+    // hsl2rgb; grey pixels (s <= 1e-4) come out as (l, l, l) exactly.
+    const V q = hn::IfThenElse(hn::Lt(l, hn::Set(d, 0.5f)), hn::Mul(l, hn::Add(one, s)), hn::Sub(hn::Add(l, s), hn::Mul(l, s)));
+    const auto grey = hn::Le(s, tiny);
+    const V p = hn::IfThenElse(grey, l, hn::Sub(hn::Add(l, l), q));
+    const V qp = hn::IfThenZeroElse(grey, hn::Sub(q, p));
+    const V third = hn::Set(d, 1.0f / 3.0f);
+    x.r = chroma(d, p, qp, hn::Add(h, third));
+    x.g = chroma(d, p, qp, h);
+    x.b = chroma(d, p, qp, hn::Sub(h, third));
   }
 };
 
@@ -714,7 +770,7 @@ struct SharpenBlendOp {
 
 void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp(p), r); }
 void VibranceRow(const VibranceParams& p, const KernelRow& r) { RunRow(VibranceOp{p}, r); }
-void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp{p}, r); }
+void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp(p), r); }
 void SplitToneRow(const SplitTonePrepared& p, const KernelRow& r) { RunRow(SplitToneOp{p}, r); }
 void DetailRow(const DetailParams& p, const KernelRow& r) { RunRow(DetailOp{p}, r); }
 void DehazeRow(const DehazeParams& p, const KernelRow& r) { RunRow(DehazeOp{p}, r); }
