@@ -8,7 +8,7 @@
 //
 // Aim: tone, vibrance, monochrome, curves, vignette, dither, detail, denoise
 // and sharpenBlend at >= 1/2 of the copy's rate; hsl, splitTone, grain, dehaze,
-// defringe at >= 1/5.
+// defringe and lutApply at >= 1/5.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

@@ -111,6 +111,16 @@ std::vector<Case> allCases() {
   uint8_t texels[32];
   for (int i = 0; i < 32; ++i) texels[i] = uint8_t(i * 37 % 256);
   cases.push_back(make("hsl texels", &hsl, &reference::hsl, HslParams::fromTexels(texels)));
+  // The fast path skips bands and adjustments that are all zero: one band with
+  // one adjustment each, the rest neutral.
+  HslParams sparse;
+  sparse.bands[1].hue = -60.0f;
+  sparse.bands[4].saturation = 80.0f;
+  sparse.bands[7].luminance = -70.0f;
+  cases.push_back(make("hsl sparse", &hsl, &reference::hsl, sparse));
+  HslParams lumOnly;
+  lumOnly.bands[0].luminance = 100.0f;
+  cases.push_back(make("hsl one band", &hsl, &reference::hsl, lumOnly));
   cases.push_back(make("split tone", &splitTone, &reference::splitTone,
                        prepare(SplitToneParams{0.1f, 0.8f, 0.6f, 0.5f, 0.4f})));
   cases.push_back(make("split tone balance", &splitTone, &reference::splitTone,
@@ -416,6 +426,26 @@ TEST(Kernels, HslLeavesGreyHueAlone) {
   auto same = run1(&hsl, HslParams{}, {0.9f, 0.3f, 0.1f, 1});
   EXPECT_NEAR(same[0], 0.9f, 1e-5f);
   EXPECT_NEAR(same[1], 0.3f, 1e-5f);
+}
+
+TEST(Kernels, HslFollowsTheReferenceAroundTheHueCircle) {
+  // Every hue in quarter degrees (the band edges and the wrap at 360° included),
+  // at a few saturations and lightnesses; each band with its own parameters so
+  // a wrong weight anywhere shows.
+  HslParams p;
+  for (int i = 0; i < 8; ++i) p.bands[size_t(i)] = {float(i * 13 - 50), float(60 - i * 17), float(i * 11 - 40)};
+  Row row;
+  for (int q = 0; q < 1440; ++q) {
+    for (float s : {0.05f, 0.5f, 1.0f}) {
+      for (float l : {0.3f, 0.7f}) {
+        kmath::Rgb c = kmath::hsl2rgb(float(q) / 1440.0f, s, l);
+        row.px.insert(row.px.end(), {c.r, c.g, c.b, 1.0f});
+      }
+    }
+  }
+  row.aux.assign(row.px.size(), 0.0f);
+  Case c = make("hsl circle", &hsl, &reference::hsl, p);
+  EXPECT_LE(maxDifference(c.fast, c.ref, {row}), 1e-5f);
 }
 
 TEST(Kernels, HslTexelsDecodeWithTheirQuantisation) {
