@@ -410,6 +410,8 @@ struct HslOp {
   //   luminance to -1...1), so the sums need one division (by the weight sum);
   //   an adjustment whose every band is zero is skipped;
   // - hue2chroma's four pieces are p + (q - p)·clamp01(min(6t, 4 - 6t)).
+  // BM_hsl (all eight bands in use): about 220 MP/s before, 310...330 after,
+  // copy 800...950 in the same runs.
   static constexpr float kCenters[8] = {0, 30, 60, 120, 180, 240, 285, 330};
   float hue[8], sat[8], lum[8];
   bool active[8];

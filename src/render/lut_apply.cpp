@@ -1,6 +1,13 @@
 // Applying a parsed .cube LUT: sRGB encoding, domain remap, clamp, trilinear
 // look-up, decoding (see lut_loader.h). The scalar reference and the Highway
 // fast path (runtime dispatch, as in kernels_simd.cpp) live side by side.
+//
+// Measured with BM_lutApply (24 MP of uniform random pixels, 33³ cube, AVX-512
+// on a shared two-core machine): 24 single-float gathers and library log/exp
+// per vector gave about 40 MP/s; texel-pair loads and the table-based power
+// about 130 MP/s, with the plain copy at 800...950 MP/s in the same runs.
+// Random pixels hit the cube's entries at random (L2, not L1); photographs are
+// kinder.
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
