@@ -94,9 +94,17 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
   ErrorManager err;
   jpeg_progress_mgr progressManager;
   cinfo.err = jpeg_std_error(&err.base);
+  cinfo.mem = nullptr;  // nothing to release until jpeg_create_decompress
   err.base.error_exit = errorExit;
   err.base.emit_message = emitMessage;
   err.base.output_message = outputMessage;
+  // Every way out (a libjpeg error, an exception such as a refused size or
+  // bad_alloc, the normal return) releases libjpeg's memory; destroying
+  // twice, or before creation, does nothing.
+  struct Release {
+    j_decompress_ptr cinfo;
+    ~Release() { jpeg_destroy_decompress(cinfo); }
+  } release{&cinfo};
 
   if (setjmp(err.jump)) {
     try {
@@ -104,7 +112,6 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
     } catch (...) {
       // the decode error below is the one to report
     }
-    jpeg_destroy_decompress(&cinfo);
     throw DecodeError(std::string("JPEG: ") + err.message);
   }
 
@@ -175,7 +182,6 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
   bool endedBeforeData = err.endedBeforeData;
   jpeg_abort_decompress(&cinfo);
   c.waitAll();
-  jpeg_destroy_decompress(&cinfo);
   if (endedBeforeData) throw DecodeError("JPEG: the file ends before any image data");
 
   DecodedImage out;
