@@ -16,7 +16,7 @@ namespace vg {
 
 namespace {
 
-constexpr float kRecursiveFrom = 3.0f;  // sigma from which the recursive filter is used
+constexpr float kRecursiveFrom = 8.0f;  // sigma from which the recursive filter is used
 constexpr int kStrip = 16;              // columns per vertical-pass strip (64 floats)
 
 // ---------------------------------------------------------------- filters
@@ -194,7 +194,7 @@ void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, in
   for (int p = std::max(inside1, first); p < first + len; ++p) {
     std::memcpy(&line[size_t(p - first) * size_t(C)], p < sb.x ? row : last, px);
   }
-  const float* taps[64];
+  const float* taps[64];  // up to 2 ceil(3 x 8) + 1 = 49 taps
   for (int k = 0; k < f.taps(); ++k) taps[k] = line.data() + size_t(k) * size_t(C);
   // Summed aside: the sum writes whole blocks, which must not spill into dst.
   thread_local std::vector<float> sum;
@@ -218,7 +218,7 @@ void horizontalRow(const DirectFilter& f, const Plane& src, int sy, const Rect& 
   const int interior = (i1 - i0) / block * block;
   if (i0 > 0) convolveClamped(f, row, sb, C, out.x, i0, line, dst);
   if (interior > 0) {
-    const float* taps[64];
+    const float* taps[64];  // up to 2 ceil(3 x 8) + 1 = 49 taps
     const float* base = row + size_t(out.x + i0 - R - sb.x) * size_t(C);
     for (int k = 0; k < f.taps(); ++k) taps[k] = base + size_t(k) * size_t(C);
     blur::symmetricSum(taps, f.weights.data(), f.taps(), dst + size_t(i0) * size_t(C), size_t(interior) * size_t(C));
@@ -381,6 +381,11 @@ Image blurWhole(const Image& src, float sigma, const Rect& out) {
 bool streamed(float sigma) { return sigma > 0.0f && sigma < kRecursiveFrom; }
 
 }  // namespace
+
+int gaussianBlurReach(float sigma) {
+  if (!(sigma > 0.0f) || !std::isfinite(sigma)) return 0;
+  return int(std::ceil(sigma < kRecursiveFrom ? 3.0f * sigma : 5.0f * sigma)) + 1;
+}
 
 bool gaussianBlurStreams(float sigma) { return streamed(sigma) || !(sigma > 0.0f) || !std::isfinite(sigma); }
 

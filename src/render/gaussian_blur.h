@@ -6,16 +6,17 @@
 //
 // Algorithm, chosen by sigma (separable: a horizontal then a vertical pass):
 // - sigma <= 0 or not finite: no blur, the clamped source is copied.
-// - sigma < 3: direct convolution with the sampled Gaussian exp(-k²/2σ²),
+// - sigma < 8: direct convolution with the sampled Gaussian exp(-k²/2σ²),
 //   k = -R...R with R = ceil(3σ), normalised to sum 1 (the cut tail is 0.27 %
 //   of the mass, so the L1 error against the untruncated kernel is below 0.6 %).
 //   Streamed: each thread takes a band of rows and keeps the 2R + 1
 //   horizontally blurred rows a vertical tap needs in a ring, so no
 //   intermediate image is made and a row's consumer runs while it is in cache.
-// - sigma >= 3: Deriche's fourth-order recursive Gaussian (R. Deriche, "Recursively
+// - sigma >= 8: Deriche's fourth-order recursive Gaussian (R. Deriche, "Recursively
 //   implementing the Gaussian and its derivatives", INRIA RR-1893, 1993), causal
 //   and anti-causal parts summed, in double precision, gain normalised to 1.
-//   Cost independent of sigma. Each part starts in the steady state of a constant
+//   Cost independent of sigma, but a full intermediate image and a slower
+//   scalar recursion, so only the large sigmas take it. Each part starts in the steady state of a constant
 //   input, which is exactly the clamped extension; inside a large source only
 //   10σ of context on each side of the output is read (the response there has
 //   fallen below 1e-7 of its peak).
@@ -46,6 +47,11 @@ namespace vg {
 // Whether gaussianBlurRows streams at this sigma (no full-size buffer);
 // otherwise it makes the whole blurred image and an intermediate first.
 bool gaussianBlurStreams(float sigma);
+
+// How far the blur reads from an output pixel, as far as it matters at float
+// precision: the direct kernel's cut at 3 sigma, the recursive one's tail
+// beyond 5 sigma (below 4e-6 of the mass), plus one pixel.
+int gaussianBlurReach(float sigma);
 
 using BlurRowConsumer = std::function<void(int y, const float* blurred)>;
 void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume);

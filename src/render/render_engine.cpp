@@ -42,13 +42,7 @@ namespace {
 constexpr int kGrainRows = 4;
 constexpr double kClarityScale = 0.12;
 
-// How far the clamped Gaussian of gaussian_blur.h reads for one output pixel,
-// as far as it matters at float precision: the direct kernel's cut at 3 sigma,
-// the recursive one's tail beyond 5 sigma (below 4e-6 of the mass).
-int blurReach(double sigma) {
-  if (!(sigma > 0)) return 0;
-  return int(std::ceil(sigma < 3 ? 3 * sigma : 5 * sigma)) + 1;
-}
+int blurReach(double sigma) { return gaussianBlurReach(float(sigma)); }
 
 // Runs every row of `image` through fn, in parallel bands.
 void forEachRow(Image& image, const RowFn& fn) {
