@@ -21,6 +21,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 using D = hn::ScalableTag<float>;
 using V = hn::Vec<D>;
 
+#include "render/simd_rgba-inl.h"
+
 // Calls fn(r, g, b, a) on every block of pixels of the row, in place.
 template <class Fn>
 HWY_INLINE void ForEachBlock(const KernelRow& row, const Fn& fn) {
@@ -31,18 +33,18 @@ HWY_INLINE void ForEachBlock(const KernelRow& row, const Fn& fn) {
   const size_t n = size_t(row.n);
   for (; i + N <= n; i += N, p += 4 * N) {
     V r, g, b, a;
-    hn::LoadInterleaved4(d, p, r, g, b, a);
+    LoadRgba(d, p, r, g, b, a);
     fn(r, g, b, a);
-    hn::StoreInterleaved4(r, g, b, a, d, p);
+    StoreRgba(d, r, g, b, a, p);
   }
   if (i < n) {
     HWY_ALIGN float tail[4 * hn::MaxLanes(d)] = {};
     const size_t bytes = (n - i) * 4 * sizeof(float);
     std::memcpy(tail, p, bytes);
     V r, g, b, a;
-    hn::LoadInterleaved4(d, tail, r, g, b, a);
+    LoadRgba(d, tail, r, g, b, a);
     fn(r, g, b, a);
-    hn::StoreInterleaved4(r, g, b, a, d, tail);
+    StoreRgba(d, r, g, b, a, tail);
     std::memcpy(p, tail, bytes);
   }
 }

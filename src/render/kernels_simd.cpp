@@ -32,6 +32,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 using D = hn::ScalableTag<float>;
 using V = hn::Vec<D>;
 
+#include "render/simd_exp2-inl.h"
+
 // 16-lane x86 targets get two shortcuts below: in-register tables through
 // lane permutes, and a cheaper RGBA (de)interleave.
 #undef VG_KERNELS_AVX512
@@ -171,12 +173,7 @@ HWY_INLINE V Exp2(D d, V y) {
   y = hn::Max(y, hn::Set(d, -126.0f));
   const V shifted = hn::Add(y, kRound);
   const V f = hn::Sub(y, hn::Sub(shifted, kRound));
-  V poly = hn::MulAdd(f, hn::Set(d, 1.535336188319500e-4f), hn::Set(d, 1.339887440266574e-3f));
-  poly = hn::MulAdd(poly, f, hn::Set(d, 9.618437357674640e-3f));
-  poly = hn::MulAdd(poly, f, hn::Set(d, 5.550332471162809e-2f));
-  poly = hn::MulAdd(poly, f, hn::Set(d, 2.402264791363012e-1f));
-  poly = hn::MulAdd(poly, f, hn::Set(d, 6.931472028550421e-1f));
-  const V p = hn::MulAdd(poly, f, hn::Set(d, 1.0f));
+  const V p = Exp2Fraction(d, f);
   const auto n = hn::Sub(hn::BitCast(di, shifted), hn::BitCast(di, kRound));
   return hn::Mul(p, hn::BitCast(d, hn::ShiftLeft<23>(hn::Add(n, hn::Set(di, 127)))));
 }
@@ -250,46 +247,7 @@ struct Px {
   V cx, cy;         // pixel centres
 };
 
-// Four planes from n RGBA pixels and back. Highway's generic (de)interleave
-// takes 16 shuffles each way for 16 lanes; two rounds of two-table permutes
-// take 8.
-#if VG_KERNELS_AVX512
-HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
-  const hn::RebindToSigned<D> di;
-  alignas(64) static constexpr int32_t kEvenPairs[16] = {0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29};
-  alignas(64) static constexpr int32_t kLowHalves[16] = {0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23};
-  const __m512i pairs = hn::Load(di, kEvenPairs).raw, pairs2 = _mm512_add_epi32(pairs, _mm512_set1_epi32(2));
-  const __m512i lo = hn::Load(di, kLowHalves).raw, hi = _mm512_add_epi32(lo, _mm512_set1_epi32(8));
-  const __m512 v0 = hn::LoadU(d, p).raw, v1 = hn::LoadU(d, p + 16).raw;
-  const __m512 v2 = hn::LoadU(d, p + 32).raw, v3 = hn::LoadU(d, p + 48).raw;
-  const __m512 rg01 = _mm512_permutex2var_ps(v0, pairs, v1), rg23 = _mm512_permutex2var_ps(v2, pairs, v3);
-  const __m512 ba01 = _mm512_permutex2var_ps(v0, pairs2, v1), ba23 = _mm512_permutex2var_ps(v2, pairs2, v3);
-  r = V{_mm512_permutex2var_ps(rg01, lo, rg23)};
-  g = V{_mm512_permutex2var_ps(rg01, hi, rg23)};
-  b = V{_mm512_permutex2var_ps(ba01, lo, ba23)};
-  a = V{_mm512_permutex2var_ps(ba01, hi, ba23)};
-}
-HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
-  const hn::RebindToSigned<D> di;
-  alignas(64) static constexpr int32_t kZip[16] = {0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23};
-  alignas(64) static constexpr int32_t kQuads[16] = {0, 1, 16, 17, 2, 3, 18, 19, 4, 5, 20, 21, 6, 7, 22, 23};
-  const __m512i zipLo = hn::Load(di, kZip).raw, zipHi = _mm512_add_epi32(zipLo, _mm512_set1_epi32(8));
-  const __m512i quadLo = hn::Load(di, kQuads).raw, quadHi = _mm512_add_epi32(quadLo, _mm512_set1_epi32(8));
-  const __m512 rgLo = _mm512_permutex2var_ps(r.raw, zipLo, g.raw), rgHi = _mm512_permutex2var_ps(r.raw, zipHi, g.raw);
-  const __m512 baLo = _mm512_permutex2var_ps(b.raw, zipLo, a.raw), baHi = _mm512_permutex2var_ps(b.raw, zipHi, a.raw);
-  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadLo, baLo)}, d, p);
-  hn::StoreU(V{_mm512_permutex2var_ps(rgLo, quadHi, baLo)}, d, p + 16);
-  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadLo, baHi)}, d, p + 32);
-  hn::StoreU(V{_mm512_permutex2var_ps(rgHi, quadHi, baHi)}, d, p + 48);
-}
-#else
-HWY_INLINE void LoadRgba(D d, const float* HWY_RESTRICT p, V& r, V& g, V& b, V& a) {
-  hn::LoadInterleaved4(d, p, r, g, b, a);
-}
-HWY_INLINE void StoreRgba(D d, V r, V g, V b, V a, float* HWY_RESTRICT p) {
-  hn::StoreInterleaved4(r, g, b, a, d, p);
-}
-#endif
+#include "render/simd_rgba-inl.h"
 
 template <class Op>
 HWY_INLINE void Step(D d, const Op& op, float* HWY_RESTRICT p, const float* HWY_RESTRICT aux, V cx, V cy) {
