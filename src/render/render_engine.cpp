@@ -290,7 +290,7 @@ int clarityReach(double s) {
 }
 
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
-void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
+VG_ROW_CLONES void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
   const Rect& mb = mask.bounds();
   if (y < mb.y || y >= mb.bottom()) return;
   int x0 = std::max(x, mb.x), x1 = std::min(x + n, mb.right());
