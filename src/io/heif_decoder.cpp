@@ -144,8 +144,11 @@ HeifDecoded decodeHeif(std::span<const uint8_t> bytes) {
     }
     case heif_color_profile_type_nclx: {
       heif_color_profile_nclx* nclx = nullptr;
-      if (heif_image_handle_get_nclx_color_profile(handle, &nclx).code == heif_error_Ok && nclx) {
-        std::unique_ptr<heif_color_profile_nclx, NclxDeleter> guard(nclx);
+      const heif_error found = heif_image_handle_get_nclx_color_profile(handle, &nclx);
+      // libheif may hand over a profile together with an error (primaries it
+      // does not know): it is ours to free either way.
+      std::unique_ptr<heif_color_profile_nclx, NclxDeleter> guard(nclx);
+      if (found.code == heif_error_Ok && nclx) {
         InputColor::Primaries p{nclx->color_primary_red_x,   nclx->color_primary_red_y,
                                 nclx->color_primary_green_x, nclx->color_primary_green_y,
                                 nclx->color_primary_blue_x,  nclx->color_primary_blue_y,
