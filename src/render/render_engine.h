@@ -15,9 +15,14 @@
 //
 // Execution. The recipe is turned into a list of stages; consecutive point
 // stages run fused, row by row in parallel bands, while the row is in cache;
-// neighbourhood stages (blurs, the clarity low-pass, minimum filters) are
-// full passes over the region. Every pixel is computed by the same arithmetic
-// whatever the band split, so results are bit-identical for any thread count.
+// neighbourhood stages (blurs, the clarity and dehaze low-passes) are the
+// only full passes over the region. A full pass replaces the image in place
+// as its blur streams (gaussian_blur.h) and runs the point stages after it on
+// each finished row. A mask layer whose chain has neighbourhood stages adjusts
+// a copy of only the part its mask touches (grown by the chain's reach). Every
+// pixel is computed by the same arithmetic whatever the band split, so
+// results are bit-identical for any thread count. Working buffers come from
+// the image pool (image.h), so repeated renders of one size allocate nothing.
 //
 // Regions. A sub-rectangle R of the output rectangle is rendered over R grown
 // by the reach (halo) of its active neighbourhood stages, clipped to the
