@@ -169,6 +169,16 @@ VG_ROW_CLONES void accumulateMinimum(float* acc, const float* row, float w, int 
   }
 }
 
+// out[i] = min(r, g, b) of pixel i, i < n
+VG_ROW_CLONES void minimumComponentRow(const float* rgba, float* out, int n) {
+  for (int i = 0; i < n; ++i) out[i] = std::min(rgba[size_t(i) * 4], std::min(rgba[size_t(i) * 4 + 1], rgba[size_t(i) * 4 + 2]));
+}
+
+// The R of aux pixel i = grey[i], i < n (the other channels untouched)
+VG_ROW_CLONES void spreadToRed(const float* grey, float* aux, int n) {
+  for (int i = 0; i < n; ++i) aux[size_t(i) * 4] = grey[i];
+}
+
 // The box reduction of `image` (or of its minimum component, in r, g and b).
 Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, bool darkChannel) {
   const Rect b = image.bounds();
@@ -584,17 +594,13 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
             // Its rows live in a (recycled) image buffer a quarter as wide.
             Image scratch = Image::uninitialized(Rect{0, b.y, (b.width + 3) / 4, b.height});
             parallelRows(b, kGrainRows, [&](int y0, int y1) {
-              for (int y = y0; y < y1; ++y) {
-                const float* px = image.row(y);
-                float* d = scratch.row(y);
-                for (int x = 0; x < b.width; ++x, px += 4) d[x] = std::min(px[0], std::min(px[1], px[2]));
-              }
+              for (int y = y0; y < y1; ++y) minimumComponentRow(image.row(y), scratch.row(y), b.width);
             });
             const GreyRows dark{scratch.row(b.y), scratch.strideFloats(), b};
             gaussianBlurGreyRows(dark, float(sigma), b, [&](int y, const float* blurred) {
               thread_local std::vector<float> aux;
               aux.resize(size_t(b.width) * 4);
-              for (int x = 0; x < b.width; ++x) aux[size_t(x) * 4] = blurred[x];
+              spreadToRed(blurred, aux.data(), b.width);
               KernelRow row{image.row(y), aux.data(), b.width, b.x, y};
               dehaze(p, row);
               row.aux = nullptr;
