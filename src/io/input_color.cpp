@@ -417,6 +417,17 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
   return finished(std::move(c));
 }
 
+void InputColor::toWorkingSpace(float& r, float& g, float& b) const {
+  if (hlgOotf_) applyHlgSystemGamma(r, g, b);
+  if (hasMatrix_) {
+    const auto& m = matrix_;
+    const float R = m[0] * r + m[1] * g + m[2] * b;
+    const float G = m[3] * r + m[4] * g + m[5] * b;
+    const float B = m[6] * r + m[7] * g + m[8] * b;
+    r = R, g = G, b = B;
+  }
+}
+
 void InputColor::applyHlgSystemGamma(float& r, float& g, float& b) const {
   // Fd = peak × Ys^(gamma - 1) × Fs, in units of reference white.
   float ys = hlgLuma_[0] * r + hlgLuma_[1] * g + hlgLuma_[2] * b;
@@ -516,14 +527,7 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
         g = t1[sample(i, 1)];
         b = t2[sample(i, 2)];
       }
-      if (hlgOotf_) applyHlgSystemGamma(r, g, b);
-      if (hasMatrix_) {
-        const auto& m = matrix_;
-        float R = m[0] * r + m[1] * g + m[2] * b;
-        float G = m[3] * r + m[4] * g + m[5] * b;
-        float B = m[6] * r + m[7] * g + m[8] * b;
-        r = R, g = G, b = B;
-      }
+      toWorkingSpace(r, g, b);
       float a = 1.0f;
       if (f.hasAlpha) a = float(sample(i, colors)) * alphaScale;
       float* d = dst + size_t(i) * 4;
@@ -597,14 +601,7 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
       g = curveFloat(1, in[1]);
       b = curveFloat(2, in[2]);
     }
-    if (hlgOotf_) applyHlgSystemGamma(r, g, b);
-    if (hasMatrix_) {
-      const auto& m = matrix_;
-      float R = m[0] * r + m[1] * g + m[2] * b;
-      float G = m[3] * r + m[4] * g + m[5] * b;
-      float B = m[6] * r + m[7] * g + m[8] * b;
-      r = R, g = G, b = B;
-    }
+    toWorkingSpace(r, g, b);
     d[0] = r * a;
     d[1] = g * a;
     d[2] = b * a;

@@ -79,6 +79,8 @@ class InputColor {
   void convertBytes(const uint8_t* src, int count, float* dst) const;
   float curveFloat(int channel, float v) const;
   void applyHlgSystemGamma(float& r, float& g, float& b) const;
+  // Linear light to the working space: the HLG system gamma, then the matrix.
+  void toWorkingSpace(float& r, float& g, float& b) const;
 
   SourceFormat format_;
   Mode mode_ = Mode::tables;
