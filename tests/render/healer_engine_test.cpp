@@ -7,6 +7,7 @@
 
 #include "render/heal_stage.h"
 #include "render/render_engine.h"
+#include "same_pixels.h"
 
 namespace vg {
 namespace {
@@ -29,13 +30,7 @@ Image grainyPhoto(int width, int height) {
   return img;
 }
 
-bool samePixels(const Image& a, const Image& b) {
-  if (a.bounds() != b.bounds()) return false;
-  for (int y = a.bounds().y; y < a.bounds().bottom(); ++y) {
-    if (!std::equal(a.row(y), a.row(y) + size_t(a.width()) * 4, b.row(y))) return false;
-  }
-  return true;
-}
+using test::samePixels;
 
 std::vector<HealStroke> strokes(int count) {
   std::vector<HealStroke> out;

@@ -9,6 +9,7 @@
 #include "render/heal_cache.h"
 #include "render/heal_stage.h"
 #include "render/srgb.h"
+#include "same_pixels.h"
 
 namespace vg {
 namespace {
@@ -32,13 +33,7 @@ Image texturedSource(int width, int height) {
   return img;
 }
 
-bool samePixels(const Image& a, const Image& b) {
-  if (a.bounds() != b.bounds()) return false;
-  for (int y = a.bounds().y; y < a.bounds().bottom(); ++y) {
-    if (!std::equal(a.row(y), a.row(y) + size_t(a.width()) * 4, b.row(y))) return false;
-  }
-  return true;
-}
+using test::samePixels;
 
 std::vector<HealStroke> strokeSet(int count) {
   std::vector<HealStroke> out;
