@@ -44,13 +44,20 @@ std::vector<uint8_t> readAll(const std::filesystem::path& p) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-void DecodeJpeg24MP(benchmark::State& state) {
+// The 24 MP camera JPEG's bytes, or false (the benchmark skipped) without it.
+bool cameraJpegBytes(benchmark::State& state, std::vector<uint8_t>& bytes) {
   auto path = cameraJpeg();
   if (path.empty()) {
     state.SkipWithError("shared test set not found");
-    return;
+    return false;
   }
-  std::vector<uint8_t> bytes = readAll(path);
+  bytes = readAll(path);
+  return true;
+}
+
+void DecodeJpeg24MP(benchmark::State& state) {
+  std::vector<uint8_t> bytes;
+  if (!cameraJpegBytes(state, bytes)) return;
   for (auto _ : state) {
     vg::DecodedImage d = vg::decodeJpeg(bytes, {});
     benchmark::DoNotOptimize(d.image.row(0));
@@ -60,12 +67,8 @@ void DecodeJpeg24MP(benchmark::State& state) {
 BENCHMARK(DecodeJpeg24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 void DecodeJpeg24MPFreshMemory(benchmark::State& state) {
-  auto path = cameraJpeg();
-  if (path.empty()) {
-    state.SkipWithError("shared test set not found");
-    return;
-  }
-  std::vector<uint8_t> bytes = readAll(path);
+  std::vector<uint8_t> bytes;
+  if (!cameraJpegBytes(state, bytes)) return;
   for (auto _ : state) {
     state.PauseTiming();
     vg::Image::releasePool();
