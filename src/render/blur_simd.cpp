@@ -2,6 +2,10 @@
 // registers while the taps stream past them.
 #include "render/blur_simd.h"
 
+#include <array>
+#include <type_traits>
+#include <utility>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "render/blur_simd.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -12,88 +16,119 @@ namespace vg::blur {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void SymmetricSumImpl(const float* const* rows, const float* w, int count, float* out, size_t n) {
-  const hn::ScalableTag<float> d;
-  using V = hn::Vec<decltype(d)>;
-  const size_t N = hn::Lanes(d);
-  const int c = count / 2;
-  const size_t end = paddedFloats(n);
-  const V wc = hn::Set(d, w[c]);
-  size_t i = 0;
-  for (; i + 4 * N <= end; i += 4 * N) {
-    const float* m = rows[c] + i;
-    V a0 = hn::Mul(wc, hn::LoadU(d, m));
-    V a1 = hn::Mul(wc, hn::LoadU(d, m + N));
-    V a2 = hn::Mul(wc, hn::LoadU(d, m + 2 * N));
-    V a3 = hn::Mul(wc, hn::LoadU(d, m + 3 * N));
-    for (int k = 0; k < c; ++k) {
-      const V wk = hn::Set(d, w[k]);
-      const float* p = rows[k] + i;
-      const float* q = rows[count - 1 - k] + i;
-      a0 = hn::MulAdd(wk, hn::Add(hn::LoadU(d, p), hn::LoadU(d, q)), a0);
-      a1 = hn::MulAdd(wk, hn::Add(hn::LoadU(d, p + N), hn::LoadU(d, q + N)), a1);
-      a2 = hn::MulAdd(wk, hn::Add(hn::LoadU(d, p + 2 * N), hn::LoadU(d, q + 2 * N)), a2);
-      a3 = hn::MulAdd(wk, hn::Add(hn::LoadU(d, p + 3 * N), hn::LoadU(d, q + 3 * N)), a3);
-    }
-    hn::StoreU(a0, d, out + i);
-    hn::StoreU(a1, d, out + i + N);
-    hn::StoreU(a2, d, out + i + 2 * N);
-    hn::StoreU(a3, d, out + i + 3 * N);
-  }
-  for (; i < end; i += N) {  // kRowPadFloats is a multiple of every vector size
-    V a = hn::Mul(wc, hn::LoadU(d, rows[c] + i));
-    for (int k = 0; k < c; ++k) {
-      a = hn::MulAdd(hn::Set(d, w[k]), hn::Add(hn::LoadU(d, rows[k] + i), hn::LoadU(d, rows[count - 1 - k] + i)), a);
-    }
-    hn::StoreU(a, d, out + i);
-  }
+// Calls f(std::integral_constant<int, i>) for i = 0 ... N - 1, unrolled.
+template <class F, int... I>
+HWY_INLINE void UnrollSeq(F&& f, std::integer_sequence<int, I...>) {
+  (f(std::integral_constant<int, I>{}), ...);
+}
+template <int N, class F>
+HWY_INLINE void Unroll(F&& f) {
+  UnrollSeq(f, std::make_integer_sequence<int, N>{});
 }
 
-void SymmetricSumPairImpl(const float* const* rows, const float* w, int count, float* out0, float* out1,
-                          size_t n) {
-  const hn::ScalableTag<float> d;
-  using V = hn::Vec<decltype(d)>;
-  const size_t N = hn::Lanes(d);
-  const int c = count / 2;
-  const size_t end = paddedFloats(n);
+// The tap counts a direct filter has: 2R + 1 for R = 1 ... kMaxRadius. The
+// loops below are unrolled for each, so that every loaded vector stays in a
+// register for all the outputs that need it.
+constexpr int kMaxRadius = 24;
+template <template <int> class Fn, class... Args>
+HWY_INLINE void WithTaps(int count, Args... args) {
+  using Entry = void (*)(Args...);
+  static constexpr auto table = []<int... R>(std::integer_sequence<int, R...>) {
+    return std::array<Entry, sizeof...(R)>{&Fn<2 * R + 3>::Run...};
+  }(std::make_integer_sequence<int, kMaxRadius>{});
+  table[size_t(count / 2 - 1)](args...);
+}
+
+// J sums over rows [j, j + T) for j < J, one vector of columns at i.
+// Neighbouring outputs share rows, and the unrolled loops load each row once.
+template <int T, int J, class D>
+HWY_INLINE void SymmetricSumRowsAt(D d, const float* const* rows, const float* w, float* const* out, size_t i) {
+  using V = hn::Vec<D>;
+  constexpr int c = T / 2;
+  V acc[J];
   const V wc = hn::Set(d, w[c]);
-  size_t i = 0;
-  // Row j serves output 0 as tap j and output 1 as tap j - 1; every sum is
-  // formed in the same order as in SymmetricSumImpl.
-  for (; i + 2 * N <= end; i += 2 * N) {
-    V a0 = hn::Mul(wc, hn::LoadU(d, rows[c] + i)), a1 = hn::Mul(wc, hn::LoadU(d, rows[c] + i + N));
-    V b0 = hn::Mul(wc, hn::LoadU(d, rows[c + 1] + i)), b1 = hn::Mul(wc, hn::LoadU(d, rows[c + 1] + i + N));
-    for (int k = 0; k < c; ++k) {
-      const V wk = hn::Set(d, w[k]);
-      const float* p = rows[k] + i;              // output 0, left tap
-      const float* q = rows[count - 1 - k] + i;  // output 0, right tap
-      const float* p1 = rows[k + 1] + i;         // output 1, left tap
-      const float* q1 = rows[count - k] + i;     // output 1, right tap
-      const V p0v = hn::LoadU(d, p), p0w = hn::LoadU(d, p + N);
-      const V q0v = hn::LoadU(d, q), q0w = hn::LoadU(d, q + N);
-      const V p1v = hn::LoadU(d, p1), p1w = hn::LoadU(d, p1 + N);
-      const V q1v = hn::LoadU(d, q1), q1w = hn::LoadU(d, q1 + N);
-      a0 = hn::MulAdd(wk, hn::Add(p0v, q0v), a0);
-      a1 = hn::MulAdd(wk, hn::Add(p0w, q0w), a1);
-      b0 = hn::MulAdd(wk, hn::Add(p1v, q1v), b0);
-      b1 = hn::MulAdd(wk, hn::Add(p1w, q1w), b1);
-    }
-    hn::StoreU(a0, d, out0 + i);
-    hn::StoreU(a1, d, out0 + i + N);
-    hn::StoreU(b0, d, out1 + i);
-    hn::StoreU(b1, d, out1 + i + N);
+  Unroll<J>([&](auto j) HWY_ATTR { acc[j] = hn::Mul(wc, hn::LoadU(d, rows[j + c] + i)); });
+  Unroll<c>([&](auto k) HWY_ATTR {
+    const V wk = hn::Set(d, w[k]);
+    Unroll<J>([&](auto j) HWY_ATTR {
+      acc[j] = hn::MulAdd(wk, hn::Add(hn::LoadU(d, rows[j + k] + i), hn::LoadU(d, rows[j + T - 1 - k] + i)), acc[j]);
+    });
+  });
+  Unroll<J>([&](auto j) HWY_ATTR { hn::StoreU(acc[j], d, out[j] + i); });
+}
+
+template <int T>
+struct SymmetricSumRowsFixed {
+  template <int J>
+  static void Outputs(const float* const* rows, const float* w, float* const* out, size_t n) {
+    const hn::ScalableTag<float> d;
+    const size_t end = paddedFloats(n);
+    for (size_t i = 0; i < end; i += hn::Lanes(d)) SymmetricSumRowsAt<T, J>(d, rows, w, out, i);
   }
-  for (; i < end; i += N) {
-    V a = hn::Mul(wc, hn::LoadU(d, rows[c] + i));
-    V b = hn::Mul(wc, hn::LoadU(d, rows[c + 1] + i));
-    for (int k = 0; k < c; ++k) {
-      const V wk = hn::Set(d, w[k]);
-      a = hn::MulAdd(wk, hn::Add(hn::LoadU(d, rows[k] + i), hn::LoadU(d, rows[count - 1 - k] + i)), a);
-      b = hn::MulAdd(wk, hn::Add(hn::LoadU(d, rows[k + 1] + i), hn::LoadU(d, rows[count - k] + i)), b);
+  static void Run(const float* const* rows, const float* w, float* const* out, int outputs, size_t n) {
+    switch (outputs) {
+      case 1: return Outputs<1>(rows, w, out, n);
+      case 2: return Outputs<2>(rows, w, out, n);
+      case 3: return Outputs<3>(rows, w, out, n);
+      default: return Outputs<4>(rows, w, out, n);
     }
-    hn::StoreU(a, d, out0 + i);
-    hn::StoreU(b, d, out1 + i);
   }
+};
+
+void SymmetricSumRowsImpl(const float* const* rows, const float* w, int count, float* const* out, int outputs,
+                          size_t n) {
+  WithTaps<SymmetricSumRowsFixed>(count, rows, w, out, outputs, n);
+}
+
+// J output vectors of convolveLine from x (output j at x + j N). With r
+// pixels of C floats per vector, output j's tap t reads position t + r j:
+// each position is loaded once and added to every output that has a tap
+// there, in ascending tap order.
+template <int T, int C, int J, class D>
+HWY_INLINE void ConvolveAt(D d, const float* x, const float* w, float* out) {
+  using V = hn::Vec<D>;
+  constexpr int r = int(hn::MaxLanes(d) / C);
+  V acc[J];
+  Unroll<T + r * (J - 1)>([&](auto q) HWY_ATTR {
+    const V v = hn::LoadU(d, x + C * size_t(q));
+    Unroll<J>([&](auto j) HWY_ATTR {
+      constexpr int t = int(q) - r * int(j);
+      if constexpr (t == 0) {
+        acc[j] = hn::Mul(hn::Set(d, w[0]), v);
+      } else if constexpr (t > 0 && t < T) {
+        acc[j] = hn::MulAdd(hn::Set(d, w[t]), v, acc[j]);
+      }
+    });
+  });
+  Unroll<J>([&](auto j) HWY_ATTR { hn::StoreU(acc[j], d, out + size_t(j) * hn::Lanes(d)); });
+}
+
+template <int T>
+struct ConvolveFixed {
+  static void Run(const float* x, const float* w, int channels, float* out, size_t n) {
+    const hn::ScalableTag<float> d;
+    constexpr size_t N = hn::MaxLanes(d);
+    const size_t end = paddedFloats(n);
+    size_t i = 0;
+    if constexpr (N % 4 == 0) {
+      if (channels == 4) {  // several pixels per vector: outputs share their loads
+        for (; i + 4 * N <= end; i += 4 * N) ConvolveAt<T, 4, 4>(d, x + i, w, out + i);
+        for (; i < end; i += N) ConvolveAt<T, 4, 1>(d, x + i, w, out + i);
+        return;
+      }
+    }
+    // One tap after another.
+    const size_t step = size_t(channels);
+    for (; i < end; i += N) {
+      hn::Vec<decltype(d)> a = hn::Mul(hn::Set(d, w[0]), hn::LoadU(d, x + i));
+      for (int t = 1; t < T; ++t) a = hn::MulAdd(hn::Set(d, w[t]), hn::LoadU(d, x + i + step * size_t(t)), a);
+      hn::StoreU(a, d, out + i);
+    }
+  }
+};
+
+void ConvolveLineImpl(const float* x, const float* w, int count, int channels, float* out, size_t n) {
+  WithTaps<ConvolveFixed>(count, x, w, channels, out, n);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -102,14 +137,14 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace vg::blur {
-HWY_EXPORT(SymmetricSumImpl);
-HWY_EXPORT(SymmetricSumPairImpl);
-void symmetricSum(const float* const* rows, const float* weights, int count, float* out, size_t n) {
-  if (n > 0) HWY_DYNAMIC_DISPATCH(SymmetricSumImpl)(rows, weights, count, out, n);
-}
-void symmetricSumPair(const float* const* rows, const float* weights, int count, float* out0, float* out1,
+HWY_EXPORT(SymmetricSumRowsImpl);
+HWY_EXPORT(ConvolveLineImpl);
+void symmetricSumRows(const float* const* rows, const float* weights, int count, float* const* out, int outputs,
                       size_t n) {
-  if (n > 0) HWY_DYNAMIC_DISPATCH(SymmetricSumPairImpl)(rows, weights, count, out0, out1, n);
+  if (n > 0 && outputs > 0) HWY_DYNAMIC_DISPATCH(SymmetricSumRowsImpl)(rows, weights, count, out, outputs, n);
+}
+void convolveLine(const float* x, const float* weights, int count, int channels, float* out, size_t n) {
+  if (n > 0) HWY_DYNAMIC_DISPATCH(ConvolveLineImpl)(x, weights, count, channels, out, n);
 }
 }  // namespace vg::blur
 #endif  // HWY_ONCE

@@ -174,6 +174,13 @@ struct Plane {
   const float* row(int y) const { return data + size_t(y - bounds.y) * stride; }
 };
 
+// The horizontal sums of n floats of a line of C-float pixels starting
+// R pixels before the first output (the same arithmetic wherever the line
+// comes from, so the edge and interior paths agree bit for bit).
+void convolveLine(const DirectFilter& f, const float* line, int C, float* out, size_t n) {
+  blur::convolveLine(line, f.weights.data(), f.taps(), C, out, n);
+}
+
 // Horizontal pass over `count` output pixels from column x0 of source row
 // `row`, through a padded copy with the clamped columns around them.
 void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, int C, int x0, int count,
@@ -194,12 +201,10 @@ void convolveClamped(const DirectFilter& f, const float* row, const Rect& sb, in
   for (int p = std::max(inside1, first); p < first + len; ++p) {
     std::memcpy(&line[size_t(p - first) * size_t(C)], p < sb.x ? row : last, px);
   }
-  const float* taps[64];  // up to 2 ceil(3 x 8) + 1 = 49 taps
-  for (int k = 0; k < f.taps(); ++k) taps[k] = line.data() + size_t(k) * size_t(C);
   // Summed aside: the sum writes whole blocks, which must not spill into dst.
   thread_local std::vector<float> sum;
   sum.resize(blur::paddedFloats(size_t(count) * size_t(C)));
-  blur::symmetricSum(taps, f.weights.data(), f.taps(), sum.data(), size_t(count) * size_t(C));
+  convolveLine(f, line.data(), C, sum.data(), size_t(count) * size_t(C));
   std::memcpy(dst, sum.data(), size_t(count) * px);
 }
 
@@ -218,10 +223,8 @@ void horizontalRow(const DirectFilter& f, const Plane& src, int sy, const Rect& 
   const int interior = (i1 - i0) / block * block;
   if (i0 > 0) convolveClamped(f, row, sb, C, out.x, i0, line, dst);
   if (interior > 0) {
-    const float* taps[64];  // up to 2 ceil(3 x 8) + 1 = 49 taps
     const float* base = row + size_t(out.x + i0 - R - sb.x) * size_t(C);
-    for (int k = 0; k < f.taps(); ++k) taps[k] = base + size_t(k) * size_t(C);
-    blur::symmetricSum(taps, f.weights.data(), f.taps(), dst + size_t(i0) * size_t(C), size_t(interior) * size_t(C));
+    convolveLine(f, base, C, dst + size_t(i0) * size_t(C), size_t(interior) * size_t(C));
   }
   const int rest = i0 + interior;
   if (rest < out.width) {
@@ -277,20 +280,21 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
     }
   });
 
-  // Phase 2: each band slides a ring of T + 1 horizontal rows down its rows
-  // and makes its output rows two at a time (they share T rows of taps).
+  // Phase 2: each band slides a ring of T + J - 1 horizontal rows down its
+  // rows and makes its output rows J at a time (they share their taps).
+  constexpr int J = blur::kMaxSumRows;
   parallelFor(0, bands, 1, [&](int b0, int b1) {
-    const size_t S = size_t(T) + 1;
+    const size_t S = size_t(T + J - 1);
     std::vector<float> line;
-    AlignedRows ring(rowFloats, S), result(rowFloats, 2);
+    AlignedRows ring(rowFloats, S), result(rowFloats, J);
+    float* results[J];
+    for (int j = 0; j < J; ++j) results[j] = result.row(size_t(j));
     std::vector<const float*> slot(S), taps(S);
     const size_t n = size_t(out.width) * size_t(src.channels);
     for (int b = b0; b < b1; ++b) {
       const int y0 = bandStart(b), y1 = bandStart(b + 1);
       const AlignedRows& e = edges[size_t(b)];
-      auto tapsFrom = [&](int y, int count) {  // the horizontal rows y - R, ... (count of them)
-        for (int k = 0; k < count; ++k) taps[size_t(k)] = slot[size_t(y - y0 + k) % S];
-      };
+      int next = y0;  // the first output row not made yet
       for (int yy = y0 - R; yy < y1 + R; ++yy) {
         const size_t s = size_t(yy - (y0 - R)) % S;
         if (yy < y0) {
@@ -303,17 +307,13 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
           slot[s] = dst;
         }
         const int y = yy - R;  // the newest output row whose taps are all present
-        if (y < y0) continue;
-        if ((y - y0) % 2 == 1) {
-          tapsFrom(y - 1, T + 1);
-          blur::symmetricSumPair(taps.data(), f.weights.data(), T, result.row(0), result.row(1), n);
-          consume(y - 1, result.row(0));
-          consume(y, result.row(1));
-        } else if (y == y1 - 1) {  // a last row without a partner
-          tapsFrom(y, T);
-          blur::symmetricSum(taps.data(), f.weights.data(), T, result.row(0), n);
-          consume(y, result.row(0));
-        }
+        const int count = y - next + 1;
+        if (count < J && !(count > 0 && y == y1 - 1)) continue;
+        // The horizontal rows next - R ... y + R are all in the ring.
+        for (int k = 0; k < T + count - 1; ++k) taps[size_t(k)] = slot[size_t(next - y0 + k) % S];
+        blur::symmetricSumRows(taps.data(), f.weights.data(), T, results, count, n);
+        for (int j = 0; j < count; ++j) consume(next + j, results[j]);
+        next = y + 1;
       }
     }
   });
