@@ -16,7 +16,7 @@ namespace vg {
 
 namespace {
 
-constexpr float kRecursiveFrom = 8.0f;  // sigma from which the recursive filter is used
+constexpr float kMaxDirectSigma = 8.0f;  // beyond it the recursive filter is used
 constexpr int kStrip = 16;              // columns per vertical-pass strip (64 floats)
 
 // ---------------------------------------------------------------- filters
@@ -378,13 +378,13 @@ Image blurWhole(const Image& src, float sigma, const Rect& out) {
   return separable(RecursiveFilter(sigma), src, out);
 }
 
-bool streamed(float sigma) { return sigma > 0.0f && sigma < kRecursiveFrom; }
+bool streamed(float sigma) { return sigma > 0.0f && sigma <= kMaxDirectSigma; }
 
 }  // namespace
 
 int gaussianBlurReach(float sigma) {
   if (!(sigma > 0.0f) || !std::isfinite(sigma)) return 0;
-  return int(std::ceil(sigma < kRecursiveFrom ? 3.0f * sigma : 5.0f * sigma)) + 1;
+  return int(std::ceil(sigma <= kMaxDirectSigma ? 3.0f * sigma : 5.0f * sigma)) + 1;
 }
 
 bool gaussianBlurStreams(float sigma) { return streamed(sigma) || !(sigma > 0.0f) || !std::isfinite(sigma); }

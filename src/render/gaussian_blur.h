@@ -6,13 +6,13 @@
 //
 // Algorithm, chosen by sigma (separable: a horizontal then a vertical pass):
 // - sigma <= 0 or not finite: no blur, the clamped source is copied.
-// - sigma < 8: direct convolution with the sampled Gaussian exp(-k²/2σ²),
+// - sigma <= 8: direct convolution with the sampled Gaussian exp(-k²/2σ²),
 //   k = -R...R with R = ceil(3σ), normalised to sum 1 (the cut tail is 0.27 %
 //   of the mass, so the L1 error against the untruncated kernel is below 0.6 %).
 //   Streamed: each thread takes a band of rows and keeps the 2R + 1
 //   horizontally blurred rows a vertical tap needs in a ring, so no
 //   intermediate image is made and a row's consumer runs while it is in cache.
-// - sigma >= 8: Deriche's fourth-order recursive Gaussian (R. Deriche, "Recursively
+// - sigma > 8: Deriche's fourth-order recursive Gaussian (R. Deriche, "Recursively
 //   implementing the Gaussian and its derivatives", INRIA RR-1893, 1993), causal
 //   and anti-causal parts summed, in double precision, gain normalised to 1.
 //   Cost independent of sigma, but a full intermediate image and a slower
