@@ -13,6 +13,7 @@
 #include "render/heal_stage.h"
 #include "render/kernel_apply.h"
 #include "render/parallel.h"
+#include "render/reduced_lowpass.h"
 #include "render/row_clones.h"
 
 namespace vg {
@@ -24,7 +25,6 @@ namespace vg {
 // A full pass replaces the image's rows in place and hands every finished row
 // to `after` (the point stages that follow it, possibly none) while the row
 // is still in cache.
-using RowFn = std::function<void(const kernels::KernelRow&)>;
 
 struct RenderEngine::Stage {
   RowFn point;
@@ -117,56 +117,15 @@ Stage blurStage(double sigma, RowFn kernel) {
       blurReach(sigma));
 }
 
-// ------------------------------------------------------------ reduced-size low-passes
-// Wide low-passes (clarity's, and dehaze's dark channel) are computed on a
-// reduced grid: a box reduction by `scale` on cells anchored to the output
-// rectangle's origin (so every region and band sees the same cells), a
-// clamped Gaussian at that size, and a bilinear enlargement back, made row by
-// row as the kernel consumes it (no full-size buffer).
-
-struct Span {
-  int first = 0;
-  std::vector<float> w;
-};
-
-// Area weights of full-resolution columns (or rows) [lo, hi) per cell.
-std::vector<Span> cellSpans(int count, int firstCell, int origin, double cell, int lo, int hi) {
-  std::vector<Span> out(static_cast<size_t>(count));
-  for (int c = 0; c < count; ++c) {
-    double a = std::max<double>(lo, origin + (firstCell + c) * cell);
-    double e = std::min<double>(hi, origin + (firstCell + c + 1) * cell);
-    Span& sp = out[size_t(c)];
-    sp.first = int(std::floor(a));
-    double sum = 0;
-    for (int p = sp.first; p < e; ++p) {
-      double w = std::max(0.0, std::min(e, p + 1.0) - std::max(a, double(p)));
-      sp.w.push_back(float(w));
-      sum += w;
-    }
-    for (float& w : sp.w) w = float(w / std::max(sum, 1e-12));
-  }
-  return out;
+// Clarity's low-pass (sigma 8 s) and, from 6 pixels of sigma on, dehaze's
+// blurred dark channel are computed on reduced grids (reduced_lowpass.h).
+int darkChannelReach(double sigma) {
+  int f = darkChannelFactor(sigma);
+  return f == 1 ? blurReach(sigma) : (blurReach(darkChannelSigma(sigma, f)) + 2) * f + 2;
 }
 
-// Blurs a reduced grid in place where the blur streams (one buffer, not two).
-Image blurredInPlace(Image image, double sigma) {
-  if (!gaussianBlurStreams(float(sigma))) return gaussianBlur(image, float(sigma));
-  const size_t bytes = size_t(image.width()) * 4 * sizeof(float);
-  gaussianBlurRows(image, float(sigma), image.bounds(), [&](int y, const float* row) { std::memcpy(image.row(y), row, bytes); });
-  return image;
-}
-
-// acc[i] += w row[i], i < n
-VG_ROW_CLONES void accumulate(float* acc, const float* row, float w, size_t n) {
-  for (size_t i = 0; i < n; ++i) acc[i] += w * row[i];
-}
-
-// acc[i] += w min(r, g, b) of pixel i, i < n
-VG_ROW_CLONES void accumulateMinimum(float* acc, const float* row, float w, int n) {
-  for (int i = 0; i < n; ++i) {
-    const float* p = row + size_t(i) * 4;
-    acc[i] += w * std::min(p[0], std::min(p[1], p[2]));
-  }
+int clarityReach(double s) {
+  return int(std::ceil((blurReach(8.0 * s) + 2) / kClarityScale)) + 2;
 }
 
 // out[i] = min(r, g, b) of pixel i, i < n
@@ -177,126 +136,6 @@ VG_ROW_CLONES void minimumComponentRow(const float* rgba, float* out, int n) {
 // The R of aux pixel i = grey[i], i < n (the other channels untouched)
 VG_ROW_CLONES void spreadToRed(const float* grey, float* aux, int n) {
   for (int i = 0; i < n; ++i) aux[size_t(i) * 4] = grey[i];
-}
-
-// The box reduction of `image` (or of its minimum component, in r, g and b).
-Image reduceToGrid(const Image& image, const Rect& outputRect, double scale, bool darkChannel) {
-  const Rect b = image.bounds();
-  const double cell = 1.0 / scale;
-  auto cellOf = [&](double x, int origin) { return int(std::floor((x - origin) * scale)); };
-  Rect small{cellOf(b.x, outputRect.x), cellOf(b.y, outputRect.y), 0, 0};
-  small.width = cellOf(b.right() - 1e-9, outputRect.x) + 1 - small.x;
-  small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
-  std::vector<Span> sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
-  std::vector<Span> sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
-
-  Image reduced = Image::uninitialized(small);
-  parallelRows(small, 1, [&](int y0, int y1) {
-    std::vector<float> acc(size_t(b.width) * 4);
-    for (int y = y0; y < y1; ++y) {
-      const Span& vy = sy[size_t(y - small.y)];
-      std::fill(acc.begin(), acc.end(), 0.0f);
-      for (size_t k = 0; k < vy.w.size(); ++k) {
-        const float* row = image.row(vy.first + int(k));
-        if (darkChannel) {
-          accumulateMinimum(acc.data(), row, vy.w[k], b.width);
-        } else {
-          accumulate(acc.data(), row, vy.w[k], acc.size());
-        }
-      }
-      float* dst = reduced.row(y);
-      for (int x = 0; x < small.width; ++x) {
-        const Span& vx = sx[size_t(x)];
-        float px[4] = {0, 0, 0, 0};
-        if (darkChannel) {  // acc holds one float per pixel
-          for (size_t k = 0; k < vx.w.size(); ++k) px[0] += vx.w[k] * acc[size_t(vx.first + int(k) - b.x)];
-          px[1] = px[2] = px[0], px[3] = 1;
-        } else {
-          for (size_t k = 0; k < vx.w.size(); ++k) {
-            const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
-            for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
-          }
-        }
-        for (int c = 0; c < 4; ++c) dst[size_t(x) * 4 + size_t(c)] = px[c];
-      }
-    }
-  });
-  return reduced;
-}
-
-// aux pixel i (channels [0, C)) = mid column c0[i] - first mixed with the
-// next one by tx[i]; mid holds C floats per column.
-template <int C>
-VG_ROW_CLONES void lerpColumns(const float* mid, const int* c0, int first, const float* tx, float* aux, int n) {
-  for (int i = 0; i < n; ++i) {
-    const float* m0 = mid + size_t(c0[i] - first) * C;
-    for (int k = 0; k < C; ++k) aux[size_t(i) * 4 + size_t(k)] = m0[k] + (m0[C + k] - m0[k]) * tx[i];
-  }
-}
-
-// Runs kernel over image with, as its second image, `small` enlarged
-// bilinearly: the two small rows around a row are mixed first, then the
-// columns. Only the first `channels` of each aux pixel are filled (the
-// kernels read no more; the rest stay 0).
-void applyWithEnlarged(Image& image, const Image& small, const Rect& outputRect, double scale, int channels,
-                       const RowFn& kernel, const RowFn& after) {
-  const Rect b = image.bounds();
-  const Rect sb = small.bounds();
-  // Column taps are the same for every row.
-  std::vector<int> c0(size_t(b.width));
-  std::vector<float> tx(size_t(b.width));
-  for (int x = b.x; x < b.right(); ++x) {
-    double u = std::clamp((x + 0.5 - outputRect.x) * scale - 0.5, double(sb.x), double(sb.right() - 1));
-    int i = x - b.x;
-    c0[size_t(i)] = int(std::floor(u));
-    tx[size_t(i)] = float(u - c0[size_t(i)]);
-  }
-  const int first = c0.front();
-  const int last = std::min(c0.back() + 1, sb.right() - 1);
-  const size_t C = size_t(channels);  // 1 or 3
-  parallelRows(b, kGrainRows, [&](int y0, int y1) {
-    std::vector<float> aux(size_t(b.width) * 4, 0.0f);
-    // The mixed small row, one extra column so that c0 + 1 is always there.
-    std::vector<float> mid(size_t(last - first + 2) * C);
-    for (int y = y0; y < y1; ++y) {
-      double v = std::clamp((y + 0.5 - outputRect.y) * scale - 0.5, double(sb.y), double(sb.bottom() - 1));
-      int r0 = int(std::floor(v));
-      int r1 = std::min(r0 + 1, sb.bottom() - 1);
-      float ty = float(v - r0);
-      const float* row0 = small.row(r0);
-      const float* row1 = small.row(r1);
-      for (int c = first; c <= last; ++c) {
-        const float* a = row0 + size_t(c - sb.x) * 4;
-        const float* d = row1 + size_t(c - sb.x) * 4;
-        float* m = &mid[size_t(c - first) * C];
-        for (size_t k = 0; k < C; ++k) m[k] = a[k] + (d[k] - a[k]) * ty;
-      }
-      std::copy_n(&mid[size_t(last - first) * C], C, &mid[size_t(last - first + 1) * C]);  // clamped right edge
-      if (channels == 1) {
-        lerpColumns<1>(mid.data(), c0.data(), first, tx.data(), aux.data(), b.width);
-      } else {
-        lerpColumns<3>(mid.data(), c0.data(), first, tx.data(), aux.data(), b.width);
-      }
-      kernel({image.row(y), aux.data(), b.width, b.x, y});
-      if (after) after({image.row(y), nullptr, b.width, b.x, y});
-    }
-  });
-}
-
-// Dehaze's dark channel is blurred with sigma 6 s; from 6 pixels of sigma on
-// it is computed on a grid reduced by 2 (4 from 12 pixels), where the Gaussian
-// gives up the variance the box reduction and the bilinear enlargement add
-// (about 1/12 + 1/12 of a cell squared).
-int darkChannelFactor(double sigma) { return sigma >= 12 ? 4 : sigma >= 6 ? 2 : 1; }
-double darkChannelSigma(double sigma, int f) { return std::sqrt(std::max(0.25, (sigma / f) * (sigma / f) - 1.0 / 6)); }
-
-int darkChannelReach(double sigma) {
-  int f = darkChannelFactor(sigma);
-  return f == 1 ? blurReach(sigma) : (blurReach(darkChannelSigma(sigma, f)) + 2) * f + 2;
-}
-
-int clarityReach(double s) {
-  return int(std::ceil((blurReach(8.0 * s) + 2) / kClarityScale)) + 2;
 }
 
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
@@ -575,8 +414,8 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     DetailParams p{float(a.clarity / 100 * 0.75)};
     st.push_back(Stage::fullStage(
         [p, s, outputRect](Image& image, const RowFn& after) {
-          Image low = blurredInPlace(reduceToGrid(image, outputRect, kClarityScale, false), 8.0 * s);
-          applyWithEnlarged(image, low, outputRect, kClarityScale, 3, [p](const KernelRow& r) { detail(p, r); }, after);
+          ReducedLowpass low(image, outputRect, kClarityScale, ReducedLowpass::Source::Colour, 8.0 * s);
+          low.apply(image, [p](const KernelRow& r) { detail(p, r); }, after);
         },
         clarityReach(s)));
   }
@@ -588,7 +427,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
         [p, sigma, outputRect](Image& image, const RowFn& after) {
           const int f = darkChannelFactor(sigma);
           const Rect b = image.bounds();
-          if (f == 1 && gaussianBlurStreams(float(sigma))) {
+          if (f == 1) {  // sigma below 6: the blur streams
             // The dark channel in one float per pixel, blurred as it streams
             // into the R of each aux pixel (the kernel reads no more).
             // Its rows live in a (recycled) image buffer a quarter as wide.
@@ -606,18 +445,9 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
               row.aux = nullptr;
               if (after) after(row);
             });
-          } else if (f == 1) {
-            Image dark = image.clone();
-            applyKernel(dark, nullptr, [](const KernelRow& r) { filters::minimumComponent(r); });
-            gaussianBlurRows(dark, float(sigma), b, [&](int y, const float* blurred) {
-              KernelRow row{image.row(y), blurred, b.width, b.x, y};
-              dehaze(p, row);
-              row.aux = nullptr;
-              if (after) after(row);
-            });
           } else {
-            Image small = blurredInPlace(reduceToGrid(image, outputRect, 1.0 / f, true), darkChannelSigma(sigma, f));
-            applyWithEnlarged(image, small, outputRect, 1.0 / f, 1, [p](const KernelRow& r) { dehaze(p, r); }, after);
+            ReducedLowpass dark(image, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel, darkChannelSigma(sigma, f));
+            dark.apply(image, [p](const KernelRow& r) { dehaze(p, r); }, after);
           }
         },
         darkChannelReach(sigma)));

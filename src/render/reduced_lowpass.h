@@ -1,0 +1,60 @@
+// Wide low-passes on a reduced grid: clarity's blur of the colour, and
+// dehaze's blur of the dark channel (the smallest of R, G and B).
+//
+// A wide Gaussian at full size would cost a pass of many taps per pixel; a
+// picture's wide low-pass has no detail a coarser grid cannot hold. So:
+// - the image is box-reduced by `scale` onto cells anchored to the output
+//   rectangle's origin (every region and band of a render sees the same
+//   cells, so a region renders as the same crop of the whole);
+// - the grid is blurred (edges clamped) at its own size;
+// - the kernel reads it enlarged bilinearly (cell centres at the cells'
+//   middles, clamped at the grid's edges), made row by row as the kernel
+//   consumes it: no full-size buffer.
+// The enlargement goes along the rows of the grid first, into one wide row
+// per grid row a band needs, then between the two wide rows around each
+// output row.
+#pragma once
+
+#include <functional>
+
+#include "render/grey_image.h"
+#include "render/image.h"
+#include "render/kernels.h"
+
+namespace vg {
+
+using RowFn = std::function<void(const kernels::KernelRow&)>;
+
+class ReducedLowpass {
+ public:
+  enum class Source {
+    Colour,       // the RGBA pixels (kernels read R, G and B)
+    DarkChannel,  // min(R, G, B) (in the aux pixels' R; G, B and alpha 0)
+  };
+
+  // The reduction of `image` by `scale` (< 1), blurred by `sigma` grid cells.
+  ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma);
+
+  // Runs kernel over every row of image, in place, with the enlarged
+  // low-pass as its aux row; then `after` (if any) on the finished row.
+  void apply(Image& image, const RowFn& kernel, const RowFn& after) const;
+
+  const Rect& gridBounds() const { return bounds_; }
+
+ private:
+  Source source_;
+  Rect outputRect_;
+  double scale_;
+  Rect bounds_;     // the grid's cells
+  Image colour_;    // Colour: RGBA cells
+  GreyImage dark_;  // DarkChannel: one float per cell
+};
+
+// Dehaze's dark channel is blurred with sigma 6 s: below 6 pixels of sigma at
+// full size (darkChannelFactor 1), from 6 on a grid reduced by 2 and from 12
+// by 4, where the Gaussian gives up the variance the box reduction and the
+// bilinear enlargement add (darkChannelSigma).
+int darkChannelFactor(double sigma);
+double darkChannelSigma(double sigma, int factor);
+
+}  // namespace vg
