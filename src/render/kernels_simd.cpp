@@ -64,7 +64,11 @@ HWY_INLINE V Smoothstep(D d, V a, V b, V x) {
   V t = Clamp01(d, hn::Div(hn::Sub(x, a), hn::Sub(b, a)));
   return hn::Mul(hn::Mul(t, t), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), t)));
 }
-HWY_INLINE V Smoothstep(D d, float a, float b, V x) { return Smoothstep(d, hn::Set(d, a), hn::Set(d, b), x); }
+// Fixed edges: a multiplication by 1/(b - a) instead of the division.
+HWY_INLINE V Smoothstep(D d, float a, float b, V x) {
+  V t = Clamp01(d, hn::Mul(hn::Sub(x, hn::Set(d, a)), hn::Set(d, 1.0f / (b - a))));
+  return hn::Mul(hn::Mul(t, t), hn::Sub(hn::Set(d, 3.0f), hn::Mul(hn::Set(d, 2.0f), t)));
+}
 HWY_INLINE V Luma(D d, V r, V g, V b) {
   return hn::Add(hn::Add(hn::Mul(hn::Set(d, 0.2126f), r), hn::Mul(hn::Set(d, 0.7152f), g)),
                  hn::Mul(hn::Set(d, 0.0722f), b));
@@ -483,7 +487,7 @@ struct DehazeOp {
     c = Clamp01(d, c);
     V out;
     if (p.amount >= 0.0f) {
-      V clean = Clamp01(d, hn::Div(hn::Sub(c, haze), hn::Set(d, std::max(1.0f - 0.35f * p.amount, 0.1f))));
+      V clean = Clamp01(d, hn::Mul(hn::Sub(c, haze), hn::Set(d, 1.0f / std::max(1.0f - 0.35f * p.amount, 0.1f))));
       out = Mix(c, clean, hn::Set(d, std::min(p.amount * 1.5f, 1.0f)));
     } else {
       V veiled = Mix(c, hn::Set(d, 0.62f), hn::Set(d, 0.45f));
@@ -502,8 +506,8 @@ struct DehazeOp {
 struct VignetteOp {
   VignettePrepared p;
   HWY_INLINE void operator()(D d, Px& x) const {
-    V dx = hn::Sub(hn::Div(hn::Sub(x.cx, hn::Set(d, p.originX)), hn::Set(d, p.sizeW)), hn::Set(d, 0.5f));
-    V dy = hn::Sub(hn::Div(hn::Sub(x.cy, hn::Set(d, p.originY)), hn::Set(d, p.sizeH)), hn::Set(d, 0.5f));
+    V dx = hn::Sub(hn::Mul(hn::Sub(x.cx, hn::Set(d, p.originX)), hn::Set(d, 1.0f / p.sizeW)), hn::Set(d, 0.5f));
+    V dy = hn::Sub(hn::Mul(hn::Sub(x.cy, hn::Set(d, p.originY)), hn::Set(d, 1.0f / p.sizeH)), hn::Set(d, 0.5f));
     V ex = hn::Mul(dx, hn::Set(d, p.ex)), ey = hn::Mul(dy, hn::Set(d, p.ey));
     V r = hn::Sqrt(hn::Add(hn::Mul(ex, ex), hn::Mul(ey, ey)));
     V t = Smoothstep(d, p.start, p.end, r);
