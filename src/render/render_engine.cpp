@@ -685,16 +685,27 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
               if (after) forEachRow(image, after);
               return;
             }
-            Image adjusted = cropCopy(image, support.grown(halo).intersected(b));
-            runStages(adjusted, chain);
-            parallelRows(b, kGrainRows, [&](int y0, int y1) {
-              for (int y = y0; y < y1; ++y) {
-                if (y >= support.y && y < support.bottom()) {
-                  blendRow(image.at(support.x, y), adjusted.at(support.x, y), support.width, support.x, y, *mask);
-                }
-                if (after) after({image.row(y), nullptr, b.width, b.x, y});
+            // The adjusted copy is made row by row with the chain's leading
+            // point stages, and each finished row is blended back at once,
+            // then handed on.
+            const Rect area = support.grown(halo).intersected(b);
+            Image adjusted = Image::uninitialized(area);
+            std::vector<Stage> stages = chain;
+            stages.push_back(Stage::pointStage([&](const kernels::KernelRow& r) {
+              if (r.y >= support.y && r.y < support.bottom()) {
+                blendRow(image.at(support.x, r.y), adjusted.at(support.x, r.y), support.width, support.x, r.y, *mask);
               }
+              if (after) after({image.row(r.y), nullptr, b.width, b.x, r.y});
+            }));
+            runStages(adjusted, stages, [&](Image& out, int y0, int y1) {
+              for (int y = y0; y < y1; ++y) std::copy_n(image.at(area.x, y), size_t(area.width) * 4, out.row(y));
             });
+            if (after) {  // the rows the adjusted copy does not reach
+              parallelRows(b, kGrainRows, [&](int y0, int y1) {
+                for (int y = y0; y < y1; ++y)
+                  if (y < area.y || y >= area.bottom()) after({image.row(y), nullptr, b.width, b.x, y});
+              });
+            }
           },
           halo));
     }
