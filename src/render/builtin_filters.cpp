@@ -96,6 +96,15 @@ VG_ROW_CLONES void exposure(float gain, const KernelRow& row) {
   }
 }
 
+VG_ROW_CLONES void exposure(float gain, const PlanarRow& row) {
+  const int n = kernels::planarPadded(row.n);
+  for (int i = 0; i < n; ++i) {
+    row.r[i] *= gain;
+    row.g[i] *= gain;
+    row.b[i] *= gain;
+  }
+}
+
 // saturation and colorMatrix: builtin_filters_simd.cpp.
 
 bool ColorMatrix::isIdentity() const { return *this == ColorMatrix{}; }

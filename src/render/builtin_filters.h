@@ -18,13 +18,16 @@
 namespace vg::filters {
 
 using kernels::KernelRow;
+using kernels::PlanarRow;
 
 // exposure: rgb × 2^ev
 float exposureGain(float ev);
 void exposure(float gain, const KernelRow& row);
+void exposure(float gain, const PlanarRow& row);
 
 // saturation (colour controls): rgb = mix(L, rgb, saturation), Rec.709 luma
 void saturation(float saturation, const KernelRow& row);
+void saturation(float saturation, const PlanarRow& row);
 
 // colour matrix: each output channel is the dot product of its vector with
 // (r, g, b, a) plus its bias: r' = R·c + bias.r, ... a' = A·c + bias.a.
@@ -38,6 +41,7 @@ struct ColorMatrix {
   friend bool operator==(const ColorMatrix&, const ColorMatrix&) = default;
 };
 void colorMatrix(const ColorMatrix& m, const KernelRow& row);
+void colorMatrix(const ColorMatrix& m, const PlanarRow& row);
 
 // Temperature and tint: a chromatic adaptation (Bradford, in CIE XYZ) that
 // carries the white of `neutral` to the white of `targetNeutral`, as a 3×3

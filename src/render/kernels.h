@@ -226,7 +226,43 @@ struct LensDistortionParams {
 // Where output point (x, y) reads the source, in working-image coordinates.
 void lensDistortionSource(const LensDistortionParams& p, float x, float y, float& sx, float& sy);
 
+// ---------------------------------------------------------------- planar runs
+// A run of pixels held as four planes (r, g, b, a), for a chain of point
+// kernels that keeps them de-interleaved from one kernel to the next: one
+// de-interleave and one interleave for the chain instead of one of each per
+// kernel. Pixel i has its centre at (x + i + 0.5, y + 0.5), as in a
+// KernelRow. Every plane is 64-byte aligned and holds planarPadded(n) floats:
+// the kernels compute the padding lanes as well (values nobody reads back).
+// A kernel on a planar run computes exactly what it computes on the same
+// pixels in a KernelRow.
+struct PlanarRow {
+  float* r = nullptr;
+  float* g = nullptr;
+  float* b = nullptr;
+  float* a = nullptr;
+  int n = 0;
+  int x = 0;
+  int y = 0;
+};
+inline constexpr int kPlanarBlock = 16;
+inline int planarPadded(int n) { return (n + kPlanarBlock - 1) / kPlanarBlock * kPlanarBlock; }
+// n = out.n RGBA pixels into the planes of out, and back.
+void toPlanar(const float* rgba, const PlanarRow& out);
+void fromPlanar(const PlanarRow& in, float* rgba);
+
 // ---------------------------------------------------------------- fast paths
+// The point kernels also run on planar runs (the neighbourhood ones, which
+// read a second image, and the red-eye, which works on a square, do not).
+void tone(const ToneParams& p, const PlanarRow& row);
+void vibrance(const VibranceParams& p, const PlanarRow& row);
+void hsl(const HslParams& p, const PlanarRow& row);
+void splitTone(const SplitTonePrepared& p, const PlanarRow& row);
+void vignette(const VignettePrepared& p, const PlanarRow& row);
+void grain(const GrainPrepared& p, const PlanarRow& row);
+void curves(const CurvesPrepared& p, const PlanarRow& row);
+void dither(const DitherParams& p, const PlanarRow& row);
+void monochrome(const MonochromePrepared& p, const PlanarRow& row);
+
 void tone(const ToneParams& p, const KernelRow& row);
 void vibrance(const VibranceParams& p, const KernelRow& row);
 void hsl(const HslParams& p, const KernelRow& row);

@@ -613,6 +613,32 @@ HWY_INLINE void RunCurvesRow(const CurvesOp& op, const KernelRow& row) {
   if (i < n) RunRow(op, KernelRow{row.rgba + i * 4, nullptr, int(n - i), row.x + int(i), row.y});
 }
 
+HWY_INLINE void RunCurvesPlanar(const CurvesOp& op, const PlanarRow& row) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t end = size_t(planarPadded(std::max(row.n, 0)));
+  constexpr size_t K = VG_KERNELS_AVX512 ? 4 : 2;
+  size_t i = 0;
+  for (; i < end; i += K * N) {
+    const size_t k1 = std::min(K, (end - i) / N);  // the planes end on a whole vector, not on K of them
+    Px x[K];
+    for (size_t k = 0; k < K; ++k) {
+      const size_t at = i + std::min(k, k1 - 1) * N;
+      x[k].r = hn::Load(d, row.r + at);
+      x[k].g = hn::Load(d, row.g + at);
+      x[k].b = hn::Load(d, row.b + at);
+      x[k].a = hn::Load(d, row.a + at);
+    }
+    op.Steps(d, x);
+    for (size_t k = 0; k < k1; ++k) {
+      hn::Store(x[k].r, d, row.r + i + k * N);
+      hn::Store(x[k].g, d, row.g + i + k * N);
+      hn::Store(x[k].b, d, row.b + i + k * N);
+      hn::Store(x[k].a, d, row.a + i + k * N);
+    }
+  }
+}
+
 struct DitherOp {
   HWY_INLINE void operator()(D d, Px& x) const {
     const V m = hn::Set(d, 4096.0f);
@@ -742,6 +768,70 @@ struct SharpenBlendOp {
 
 // ---------------------------------------------------------------- entry points
 
+// The op over every lane of a planar run (the planes are aligned and padded
+// to whole vectors).
+template <class Op>
+HWY_INLINE void RunPlanar(const Op& op, const PlanarRow& row) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t end = size_t(planarPadded(std::max(row.n, 0)));
+  const V lane = hn::Iota(d, 0.0f), half = hn::Set(d, 0.5f);
+  const V cy = hn::Set(d, float(row.y) + 0.5f);
+  for (size_t i = 0; i < end; i += N) {
+    Px px;
+    px.r = hn::Load(d, row.r + i);
+    px.g = hn::Load(d, row.g + i);
+    px.b = hn::Load(d, row.b + i);
+    px.a = hn::Load(d, row.a + i);
+    px.ar = px.ag = px.ab = hn::Zero(d);
+    px.cx = hn::Add(hn::Add(hn::Set(d, float(row.x + int(i))), lane), half);
+    px.cy = cy;
+    op(d, px);
+    hn::Store(px.r, d, row.r + i);
+    hn::Store(px.g, d, row.g + i);
+    hn::Store(px.b, d, row.b + i);
+    hn::Store(px.a, d, row.a + i);
+  }
+}
+
+void ToPlanarImpl(const float* rgba, const PlanarRow& out) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t n = size_t(std::max(out.n, 0));
+  size_t i = 0;
+  for (; i + N <= n; i += N) {
+    V r, g, b, a;
+    LoadRgba(d, rgba + i * 4, r, g, b, a);
+    hn::Store(r, d, out.r + i);
+    hn::Store(g, d, out.g + i);
+    hn::Store(b, d, out.b + i);
+    hn::Store(a, d, out.a + i);
+  }
+  for (; i < n; ++i) {
+    out.r[i] = rgba[i * 4];
+    out.g[i] = rgba[i * 4 + 1];
+    out.b[i] = rgba[i * 4 + 2];
+    out.a[i] = rgba[i * 4 + 3];
+  }
+}
+
+void FromPlanarImpl(const PlanarRow& in, float* rgba) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t n = size_t(std::max(in.n, 0));
+  size_t i = 0;
+  for (; i + N <= n; i += N) {
+    StoreRgba(d, hn::Load(d, in.r + i), hn::Load(d, in.g + i), hn::Load(d, in.b + i), hn::Load(d, in.a + i),
+              rgba + i * 4);
+  }
+  for (; i < n; ++i) {
+    rgba[i * 4] = in.r[i];
+    rgba[i * 4 + 1] = in.g[i];
+    rgba[i * 4 + 2] = in.b[i];
+    rgba[i * 4 + 3] = in.a[i];
+  }
+}
+
 void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp(p), r); }
 void VibranceRow(const VibranceParams& p, const KernelRow& r) { RunRow(VibranceOp{p}, r); }
 void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp(p), r); }
@@ -762,6 +852,16 @@ void DefringeRow(const DefringeParams& p, const KernelRow& r) { RunRow(DefringeO
 void MonochromeRow(const MonochromePrepared& p, const KernelRow& r) { RunRow(MonochromeOp{p}, r); }
 void ColorRangeMaskRow(const ColorRangeMaskParams& p, const KernelRow& r) { RunRow(ColorRangeMaskOp{p}, r); }
 void SharpenBlendRow(const SharpenBlendParams& p, const KernelRow& r) { RunRow(SharpenBlendOp{p}, r); }
+
+void TonePlanar(const ToneParams& p, const PlanarRow& r) { RunPlanar(ToneOp(p), r); }
+void VibrancePlanar(const VibranceParams& p, const PlanarRow& r) { RunPlanar(VibranceOp{p}, r); }
+void HslPlanar(const HslParams& p, const PlanarRow& r) { RunPlanar(HslOp(p), r); }
+void SplitTonePlanar(const SplitTonePrepared& p, const PlanarRow& r) { RunPlanar(SplitToneOp{p}, r); }
+void VignettePlanar(const VignettePrepared& p, const PlanarRow& r) { RunPlanar(VignetteOp{p}, r); }
+void GrainPlanar(const GrainPrepared& p, const PlanarRow& r) { RunPlanar(GrainOp{p}, r); }
+void CurvesPlanar(const CurvesPrepared& p, const PlanarRow& r) { RunCurvesPlanar(CurvesOp{&p}, r); }
+void DitherPlanar(const DitherParams&, const PlanarRow& r) { RunPlanar(DitherOp{}, r); }
+void MonochromePlanar(const MonochromePrepared& p, const PlanarRow& r) { RunPlanar(MonochromeOp{p}, r); }
 
 }  // namespace HWY_NAMESPACE
 }  // namespace vg::kernels
@@ -795,6 +895,32 @@ VG_KERNEL_ENTRY(monochrome, MonochromeRow, MonochromePrepared)
 VG_KERNEL_ENTRY(colorRangeMask, ColorRangeMaskRow, ColorRangeMaskParams)
 VG_KERNEL_ENTRY(sharpenBlend, SharpenBlendRow, SharpenBlendParams)
 
+#define VG_PLANAR_ENTRY(name, Fn, Params)                                 \
+  HWY_EXPORT(Fn);                                                         \
+  void name(const Params& p, const PlanarRow& row) {                      \
+    if (row.n > 0) HWY_DYNAMIC_DISPATCH(Fn)(p, row);                      \
+  }
+
+VG_PLANAR_ENTRY(tone, TonePlanar, ToneParams)
+VG_PLANAR_ENTRY(vibrance, VibrancePlanar, VibranceParams)
+VG_PLANAR_ENTRY(hsl, HslPlanar, HslParams)
+VG_PLANAR_ENTRY(splitTone, SplitTonePlanar, SplitTonePrepared)
+VG_PLANAR_ENTRY(vignette, VignettePlanar, VignettePrepared)
+VG_PLANAR_ENTRY(grain, GrainPlanar, GrainPrepared)
+VG_PLANAR_ENTRY(curves, CurvesPlanar, CurvesPrepared)
+VG_PLANAR_ENTRY(dither, DitherPlanar, DitherParams)
+VG_PLANAR_ENTRY(monochrome, MonochromePlanar, MonochromePrepared)
+
+HWY_EXPORT(ToPlanarImpl);
+HWY_EXPORT(FromPlanarImpl);
+void toPlanar(const float* rgba, const PlanarRow& out) {
+  if (out.n > 0) HWY_DYNAMIC_DISPATCH(ToPlanarImpl)(rgba, out);
+}
+void fromPlanar(const PlanarRow& in, float* rgba) {
+  if (in.n > 0) HWY_DYNAMIC_DISPATCH(FromPlanarImpl)(in, rgba);
+}
+
+#undef VG_PLANAR_ENTRY
 #undef VG_KERNEL_ENTRY
 }  // namespace vg::kernels
 #endif  // HWY_ONCE

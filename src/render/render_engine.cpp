@@ -26,13 +26,20 @@ namespace vg {
 // to `after` (the point stages that follow it, possibly none) while the row
 // is still in cache.
 
+// A point stage may also run on planar runs (kernels.h): consecutive such
+// stages keep a piece of a row de-interleaved from one to the next.
+using PlanarFn = std::function<void(const kernels::PlanarRow&)>;
+
 struct RenderEngine::Stage {
   RowFn point;
+  PlanarFn planar;
   std::function<void(Image&, const RowFn& after)> full;
   int halo = 0;  // how far a full pass reads beyond a pixel
 
-  static Stage pointStage(RowFn fn) { return {std::move(fn), {}, 0}; }
-  static Stage fullStage(std::function<void(Image&, const RowFn&)> fn, int halo) { return {{}, std::move(fn), halo}; }
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0}; }
+  static Stage fullStage(std::function<void(Image&, const RowFn&)> fn, int halo) {
+    return {{}, {}, std::move(fn), halo};
+  }
 };
 
 using Stage = RenderEngine::Stage;
@@ -52,11 +59,53 @@ void forEachRow(Image& image, const RowFn& fn) {
   });
 }
 
+// A point stage from a kernel with both forms, f(params, row) for a
+// KernelRow and for a PlanarRow.
+template <class Params, class F>
+Stage pointKernel(Params p, F f) {
+  return Stage::pointStage([p, f](const kernels::KernelRow& r) { f(p, r); },
+                           [p, f](const kernels::PlanarRow& r) { f(p, r); });
+}
+
+// Pixels per planar piece: four planes of them stay in the first-level cache.
+constexpr int kPlanarPiece = 256;
+
+// Planes for one piece of a row, per thread.
+struct PlanarBuffer {
+  alignas(64) float planes[4][kPlanarPiece];
+  kernels::PlanarRow piece(int n, int x, int y) { return {planes[0], planes[1], planes[2], planes[3], n, x, y}; }
+};
+
 // The point stages [i, j) as one row function (empty when there are none).
+// Runs of two or more stages with planar forms go through the row piece by
+// piece, each piece de-interleaved once for the whole run.
 RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
   if (i == j) return {};
+  bool planarRun = false;
+  for (size_t k = i; k + 1 < j; ++k) planarRun = planarRun || (stages[k].planar && stages[k + 1].planar);
+  if (!planarRun) {
+    return [&stages, i, j](const kernels::KernelRow& row) {
+      for (size_t k = i; k < j; ++k) stages[k].point(row);
+    };
+  }
   return [&stages, i, j](const kernels::KernelRow& row) {
-    for (size_t k = i; k < j; ++k) stages[k].point(row);
+    thread_local PlanarBuffer buffer{};
+    for (int x0 = 0; x0 < row.n; x0 += kPlanarPiece) {
+      const int n = std::min(kPlanarPiece, row.n - x0);
+      float* rgba = row.rgba + size_t(x0) * 4;
+      const kernels::KernelRow piece{rgba, nullptr, n, row.x + x0, row.y};
+      for (size_t k = i; k < j;) {
+        if (stages[k].planar && k + 1 < j && stages[k + 1].planar) {
+          const kernels::PlanarRow planes = buffer.piece(n, piece.x, piece.y);
+          kernels::toPlanar(rgba, planes);
+          for (; k < j && stages[k].planar; ++k) stages[k].planar(planes);
+          kernels::fromPlanar(planes, rgba);
+        } else {
+          stages[k].point(piece);
+          ++k;
+        }
+      }
+    }
   };
 }
 
@@ -349,37 +398,37 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
         for (float& v : *row) v *= gain;
       for (int c = 0; c < 3; ++c) m.bias[size_t(c)] *= gain;
     }
-    st.push_back(Stage::pointStage([m](const KernelRow& r) { filters::colorMatrix(m, r); }));
+    st.push_back(pointKernel(m, [](const auto& q, const auto& r) { filters::colorMatrix(q, r); }));
   } else if (a.exposure != 0) {
     float gain = filters::exposureGain(float(a.exposure));
-    st.push_back(Stage::pointStage([gain](const KernelRow& r) { filters::exposure(gain, r); }));
+    st.push_back(pointKernel(gain, [](float q, const auto& r) { filters::exposure(q, r); }));
   }
   // 4 Tone.
   if (a.highlights != 0 || a.shadows != 0 || a.whites != 0 || a.blacks != 0 || a.contrast != 0) {
     ToneParams p{float(a.highlights / 100 * 0.7), float(a.shadows / 100 * 0.7), float(a.whites / 100),
                  float(a.blacks / 100), float(a.contrast / 100)};
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { tone(p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { tone(q, r); }));
   }
   // 5 Tone curves.
   if (!a.curves.isIdentity()) {
     auto p = curvesFor(a.curves);
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { curves(*p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { curves(*q, r); }));
   }
   // 6 Vibrance.
   if (a.vibrance != 0) {
     VibranceParams p{float(a.vibrance / 100 * 0.9)};
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { vibrance(p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { vibrance(q, r); }));
   }
   // 7 Saturation.
   if (a.saturation != 0) {
     float sat = float(std::max(0.0, 1 + a.saturation / 100));
-    st.push_back(Stage::pointStage([sat](const KernelRow& r) { filters::saturation(sat, r); }));
+    st.push_back(pointKernel(sat, [](float q, const auto& r) { filters::saturation(q, r); }));
   }
   // 8 HSL.
   bool hslNeutral = std::all_of(a.hsl.bands.begin(), a.hsl.bands.end(), [](const HSLBand& b) { return b == HSLBand{}; });
   if (!hslNeutral) {
     auto p = hslFor(a.hsl);
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { hsl(*p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { hsl(*q, r); }));
   }
   // 9 Split toning.
   if (!(a.splitToning == SplitToning{})) {
@@ -387,7 +436,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     SplitTonePrepared p = prepare(SplitToneParams{float(t.highlightHue / 360), float(t.highlightSaturation / 100 * 0.85),
                                                   float(t.shadowHue / 360), float(t.shadowSaturation / 100 * 0.85),
                                                   float(t.balance / 100)});
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { splitTone(p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { splitTone(q, r); }));
   }
   // 10 Colour noise reduction.
   if (a.colorDenoise > 0) {
@@ -402,7 +451,7 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
   // 12 Monochrome.
   if (a.monochrome) {
     MonochromePrepared p = prepare(MonochromeParams{float(a.monochromeRed), float(a.monochromeGreen), float(a.monochromeBlue)});
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { monochrome(p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { monochrome(q, r); }));
   }
   // 13 Texture.
   if (a.texture != 0) {
@@ -486,7 +535,7 @@ void RenderEngine::appendColorStage(std::vector<Stage>& st, const EditDocument& 
         {float(recipe.lens.vignette / 100 * 0.9), float(recipe.lens.vignetteMidpoint / 100),
          float(recipe.lens.vignetteFeather / 100), float(outputRect.x), float(outputRect.y),
          float(outputRect.width), float(outputRect.height)});
-    st.push_back(Stage::pointStage([p](const KernelRow& r) { vignette(p, r); }));
+    st.push_back(pointKernel(p, [](const auto& q, const auto& r) { vignette(q, r); }));
   }
   // 1.3 Red-eye spots, each over its own square.
   const Rect& E = g.sourceExtent();
@@ -718,16 +767,16 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
     kernels::VignettePrepared p = kernels::prepareVignette(
         {float(a.vignetteAmount / 100 * 1.1), float(a.vignetteMidpoint / 100), float(a.vignetteFeather / 100),
          float(outputRect.x), float(outputRect.y), float(outputRect.width), float(outputRect.height)});
-    finishing.push_back(Stage::pointStage([p](const kernels::KernelRow& r) { kernels::vignette(p, r); }));
+    finishing.push_back(pointKernel(p, [](const auto& q, const auto& r) { kernels::vignette(q, r); }));
   }
   if (a.grainAmount > 0) {
     kernels::GrainPrepared p = kernels::prepare(kernels::GrainParams{
         float(a.grainAmount / 100), float(a.grainSize / 100), float(std::min(outputRect.width, outputRect.height)),
         float(outputRect.x), float(outputRect.y)});
-    finishing.push_back(Stage::pointStage([p](const kernels::KernelRow& r) { kernels::grain(p, r); }));
+    finishing.push_back(pointKernel(p, [](const auto& q, const auto& r) { kernels::grain(q, r); }));
   }
   if (options.dither) {
-    finishing.push_back(Stage::pointStage([](const kernels::KernelRow& r) { kernels::dither({}, r); }));
+    finishing.push_back(pointKernel(kernels::DitherParams{}, [](const auto& q, const auto& r) { kernels::dither(q, r); }));
   }
 
   const int localHalo = totalHalo(local);

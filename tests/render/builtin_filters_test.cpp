@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <vector>
 
 #include "render/builtin_filters.h"
@@ -106,9 +107,25 @@ TEST(BuiltinFilters, RowsOfAnyLengthFollowThePixelFormula) {
   for (int n = 1; n <= 37; ++n) {
     std::vector<float> px(size_t(n) * 4);
     for (size_t i = 0; i < px.size(); ++i) px[i] = float((i * 37) % 23) / 9.0f - 0.5f;
-    std::vector<float> sat = px, mat = px;
+    std::vector<float> sat = px, mat = px, exp = px;
     saturation(1.35f, KernelRow{sat.data(), nullptr, n, 0, 0});
     colorMatrix(m, KernelRow{mat.data(), nullptr, n, 0, 0});
+    exposure(1.7f, KernelRow{exp.data(), nullptr, n, 0, 0});
+    // The planar forms compute the same bits.
+    const size_t padded = size_t(kernels::planarPadded(n));
+    alignas(64) static float planes[4][64];
+    const PlanarRow p{planes[0], planes[1], planes[2], planes[3], n, 0, 0};
+    std::vector<float> back(px.size());
+    auto samePlanar = [&](const std::function<void(const PlanarRow&)>& fn, const std::vector<float>& want) {
+      kernels::toPlanar(px.data(), p);
+      fn(p);
+      kernels::fromPlanar(p, back.data());
+      return std::equal(back.begin(), back.end(), want.begin());
+    };
+    ASSERT_LE(padded, 64u);
+    ASSERT_TRUE(samePlanar([](const PlanarRow& r) { saturation(1.35f, r); }, sat)) << n;
+    ASSERT_TRUE(samePlanar([&](const PlanarRow& r) { colorMatrix(m, r); }, mat)) << n;
+    ASSERT_TRUE(samePlanar([](const PlanarRow& r) { exposure(1.7f, r); }, exp)) << n;
     for (int i = 0; i < n; ++i) {
       const float* p = &px[size_t(i) * 4];
       const float l = kmath::luma(p[0], p[1], p[2]);

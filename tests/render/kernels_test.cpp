@@ -5,6 +5,7 @@
 #include <hwy/targets.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
@@ -80,14 +81,30 @@ struct Case {
   RowFn fast, ref;
   bool clampsOutput = true;
   bool writesAlpha = false;
+  std::function<void(const PlanarRow&)> planar;  // the fast path on planar runs, where there is one
 };
+
+// The planar forms, by parameter type.
+void planarOf(const ToneParams& p, const PlanarRow& r) { tone(p, r); }
+void planarOf(const VibranceParams& p, const PlanarRow& r) { vibrance(p, r); }
+void planarOf(const HslParams& p, const PlanarRow& r) { hsl(p, r); }
+void planarOf(const SplitTonePrepared& p, const PlanarRow& r) { splitTone(p, r); }
+void planarOf(const VignettePrepared& p, const PlanarRow& r) { vignette(p, r); }
+void planarOf(const GrainPrepared& p, const PlanarRow& r) { grain(p, r); }
+void planarOf(const CurvesPrepared& p, const PlanarRow& r) { curves(p, r); }
+void planarOf(const DitherParams& p, const PlanarRow& r) { dither(p, r); }
+void planarOf(const MonochromePrepared& p, const PlanarRow& r) { monochrome(p, r); }
 
 template <class P>
 Case make(std::string name, void (*fast)(const P&, const KernelRow&), void (*ref)(const P&, const KernelRow&), P p,
           bool clamps = true, bool writesAlpha = false) {
   auto shared = std::make_shared<P>(std::move(p));
-  return {std::move(name), [=](const KernelRow& r) { fast(*shared, r); }, [=](const KernelRow& r) { ref(*shared, r); },
-          clamps, writesAlpha};
+  Case c{std::move(name), [=](const KernelRow& r) { fast(*shared, r); }, [=](const KernelRow& r) { ref(*shared, r); },
+         clamps, writesAlpha, {}};
+  if constexpr (requires(const P& q, const PlanarRow& r) { planarOf(q, r); }) {
+    c.planar = [=](const PlanarRow& r) { planarOf(*shared, r); };
+  }
+  return c;
 }
 
 std::vector<float> identityCurveRow(float (*f)(float), int channel) {
@@ -238,6 +255,43 @@ TEST(Kernels, EveryCompiledInstructionSetAgreesWithReference) {
       }
     }
   }
+}
+
+// A chain of point kernels keeps a piece of a row in planes from one kernel
+// to the next; each kernel must compute there exactly what it computes on the
+// row, on every compiled instruction set, hostile values included.
+TEST(Kernels, PlanarRunsComputeWhatRowsCompute) {
+  struct RestoreTargets {
+    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
+  } restore;
+  auto rows = randomRows(11);
+  auto hostile = randomRows(12, -3.0f, 4.0f);
+  for (auto& r : hostile) r.px[0] = std::numeric_limits<float>::quiet_NaN();
+  rows.insert(rows.end(), hostile.begin(), hostile.end());
+  int planarKernels = 0;
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    SCOPED_TRACE(hwy::TargetName(target));
+    for (const auto& c : allCases()) {
+      if (!c.planar) continue;
+      ++planarKernels;
+      SCOPED_TRACE(c.name);
+      for (auto& r : rows) {
+        std::vector<float> viaRow = r.px, viaPlanes = r.px;
+        c.fast({viaRow.data(), nullptr, r.n(), r.x, r.y});
+        const size_t padded = size_t(planarPadded(r.n()));
+        std::vector<float> planes(4 * padded + 16, 0.5f);
+        float* base = planes.data() + (16 - reinterpret_cast<uintptr_t>(planes.data()) / 4 % 16) % 16;
+        const PlanarRow p{base, base + padded, base + 2 * padded, base + 3 * padded, r.n(), r.x, r.y};
+        toPlanar(viaPlanes.data(), p);
+        c.planar(p);
+        fromPlanar(p, viaPlanes.data());
+        ASSERT_EQ(0, std::memcmp(viaRow.data(), viaPlanes.data(), viaRow.size() * sizeof(float)))
+            << r.n() << " pixels at " << r.x;
+      }
+    }
+  }
+  EXPECT_GE(planarKernels, 9);
 }
 
 TEST(Kernels, DefringeAgreesOnMagentaEdges) {
