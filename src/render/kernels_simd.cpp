@@ -870,11 +870,14 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace vg::kernels {
 
-#define VG_KERNEL_ENTRY(name, Fn, Params)                                 \
-  HWY_EXPORT(Fn);                                                         \
-  void name(const Params& p, const KernelRow& row) {                      \
-    if (row.n > 0) HWY_DYNAMIC_DISPATCH(Fn)(p, row);                      \
+// name(params, row) for a KernelRow or a PlanarRow, dispatched to Fn.
+#define VG_ENTRY(name, Fn, Params, Row)              \
+  HWY_EXPORT(Fn);                                    \
+  void name(const Params& p, const Row& row) {       \
+    if (row.n > 0) HWY_DYNAMIC_DISPATCH(Fn)(p, row); \
   }
+#define VG_KERNEL_ENTRY(name, Fn, Params) VG_ENTRY(name, Fn, Params, KernelRow)
+#define VG_PLANAR_ENTRY(name, Fn, Params) VG_ENTRY(name, Fn, Params, PlanarRow)
 
 VG_KERNEL_ENTRY(tone, ToneRow, ToneParams)
 VG_KERNEL_ENTRY(vibrance, VibranceRow, VibranceParams)
@@ -894,12 +897,6 @@ VG_KERNEL_ENTRY(defringe, DefringeRow, DefringeParams)
 VG_KERNEL_ENTRY(monochrome, MonochromeRow, MonochromePrepared)
 VG_KERNEL_ENTRY(colorRangeMask, ColorRangeMaskRow, ColorRangeMaskParams)
 VG_KERNEL_ENTRY(sharpenBlend, SharpenBlendRow, SharpenBlendParams)
-
-#define VG_PLANAR_ENTRY(name, Fn, Params)                                 \
-  HWY_EXPORT(Fn);                                                         \
-  void name(const Params& p, const PlanarRow& row) {                      \
-    if (row.n > 0) HWY_DYNAMIC_DISPATCH(Fn)(p, row);                      \
-  }
 
 VG_PLANAR_ENTRY(tone, TonePlanar, ToneParams)
 VG_PLANAR_ENTRY(vibrance, VibrancePlanar, VibranceParams)
@@ -922,5 +919,6 @@ void fromPlanar(const PlanarRow& in, float* rgba) {
 
 #undef VG_PLANAR_ENTRY
 #undef VG_KERNEL_ENTRY
+#undef VG_ENTRY
 }  // namespace vg::kernels
 #endif  // HWY_ONCE

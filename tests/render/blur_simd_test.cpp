@@ -13,9 +13,18 @@
 namespace vg::blur {
 namespace {
 
-struct RestoreTargets {
-  ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-};
+// Runs fn once on every instruction set Highway compiled.
+template <class Fn>
+void onEveryTarget(const Fn& fn) {
+  struct RestoreTargets {
+    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
+  } restore;
+  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    SCOPED_TRACE(hwy::TargetName(target));
+    fn();
+  }
+}
 
 std::vector<float> randomFloats(size_t n, unsigned seed) {
   std::mt19937 rng(seed);
@@ -32,11 +41,8 @@ std::vector<float> weightsFor(int count) {
 }
 
 TEST(BlurSums, ConvolveLineOnEveryInstructionSetAndTapCount) {
-  RestoreTargets restore;
   const size_t n = 4 * 67;  // not a whole number of blocks
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  onEveryTarget([&] {
     for (int count = 3; count <= 49; count += 2) {
       SCOPED_TRACE(count);
       const std::vector<float> w = weightsFor(count);
@@ -59,15 +65,12 @@ TEST(BlurSums, ConvolveLineOnEveryInstructionSetAndTapCount) {
         }
       }
     }
-  }
+  });
 }
 
 TEST(BlurSums, NeighbouringRowSumsAgreeWithSingleOnes) {
-  RestoreTargets restore;
   const size_t n = 4 * 21 + 3;
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  onEveryTarget([&] {
     for (int count = 3; count <= 49; count += 2) {
       SCOPED_TRACE(count);
       const std::vector<float> w = weightsFor(count);
@@ -94,7 +97,7 @@ TEST(BlurSums, NeighbouringRowSumsAgreeWithSingleOnes) {
         }
       }
     }
-  }
+  });
 }
 
 }  // namespace
