@@ -26,17 +26,28 @@ HWY_INLINE void Unroll(F&& f) {
   UnrollSeq(f, std::make_integer_sequence<int, N>{});
 }
 
-// The tap counts a direct filter has: 2R + 1 for R = 1 ... kMaxRadius. The
-// loops below are unrolled for each, so that every loaded vector stays in a
-// register for all the outputs that need it.
-constexpr int kMaxRadius = 24;
+// The tap counts 2R + 1 for R = 1 ... kMaxUnrolled get loops unrolled for
+// each, so that every loaded vector stays in a register for all the outputs
+// that need it; wider filters (sigma above 4, rare and on small grids) take
+// plain loops with the same arithmetic, Fn<0>, which also keeps the build
+// time in bounds. Under the sanitizers, whose instrumentation of the
+// unrolled loops takes minutes to compile, only the smallest are unrolled.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kMaxUnrolled = 3;
+#else
+constexpr int kMaxUnrolled = 12;
+#endif
 template <template <int> class Fn, class... Args>
 HWY_INLINE void WithTaps(int count, Args... args) {
-  using Entry = void (*)(Args...);
+  using Entry = void (*)(int, Args...);
   static constexpr auto table = []<int... R>(std::integer_sequence<int, R...>) {
     return std::array<Entry, sizeof...(R)>{&Fn<2 * R + 3>::Run...};
-  }(std::make_integer_sequence<int, kMaxRadius>{});
-  table[size_t(count / 2 - 1)](args...);
+  }(std::make_integer_sequence<int, kMaxUnrolled>{});
+  if (count / 2 <= kMaxUnrolled) {
+    table[size_t(count / 2 - 1)](count, args...);
+  } else {
+    Fn<0>::Run(count, args...);
+  }
 }
 
 // J sums over rows [j, j + T) for j < J, one vector of columns at i.
@@ -65,12 +76,33 @@ struct SymmetricSumRowsFixed {
     const size_t end = paddedFloats(n);
     for (size_t i = 0; i < end; i += hn::Lanes(d)) SymmetricSumRowsAt<T, J>(d, rows, w, out, i);
   }
-  static void Run(const float* const* rows, const float* w, float* const* out, int outputs, size_t n) {
+  static void Run(int, const float* const* rows, const float* w, float* const* out, int outputs, size_t n) {
     switch (outputs) {
       case 1: return Outputs<1>(rows, w, out, n);
       case 2: return Outputs<2>(rows, w, out, n);
       case 3: return Outputs<3>(rows, w, out, n);
       default: return Outputs<4>(rows, w, out, n);
+    }
+  }
+};
+
+// Any tap count, one output after another.
+template <>
+struct SymmetricSumRowsFixed<0> {
+  static void Run(int count, const float* const* rows, const float* w, float* const* out, int outputs, size_t n) {
+    const hn::ScalableTag<float> d;
+    using V = hn::Vec<decltype(d)>;
+    const size_t end = paddedFloats(n);
+    const int c = count / 2;
+    for (int j = 0; j < outputs; ++j) {
+      const float* const* r = rows + j;
+      for (size_t i = 0; i < end; i += hn::Lanes(d)) {
+        V a = hn::Mul(hn::Set(d, w[c]), hn::LoadU(d, r[c] + i));
+        for (int k = 0; k < c; ++k) {
+          a = hn::MulAdd(hn::Set(d, w[k]), hn::Add(hn::LoadU(d, r[k] + i), hn::LoadU(d, r[count - 1 - k] + i)), a);
+        }
+        hn::StoreU(a, d, out[j] + i);
+      }
     }
   }
 };
@@ -103,27 +135,33 @@ HWY_INLINE void ConvolveAt(D d, const float* x, const float* w, float* out) {
   Unroll<J>([&](auto j) HWY_ATTR { hn::StoreU(acc[j], d, out + size_t(j) * hn::Lanes(d)); });
 }
 
+// Any tap count, one tap after another.
+HWY_INLINE void ConvolveLoop(int count, const float* x, const float* w, int channels, float* out, size_t n) {
+  const hn::ScalableTag<float> d;
+  const size_t step = size_t(channels);
+  const size_t end = paddedFloats(n);
+  for (size_t i = 0; i < end; i += hn::Lanes(d)) {
+    hn::Vec<decltype(d)> a = hn::Mul(hn::Set(d, w[0]), hn::LoadU(d, x + i));
+    for (int t = 1; t < count; ++t) a = hn::MulAdd(hn::Set(d, w[t]), hn::LoadU(d, x + i + step * size_t(t)), a);
+    hn::StoreU(a, d, out + i);
+  }
+}
+
 template <int T>
 struct ConvolveFixed {
-  static void Run(const float* x, const float* w, int channels, float* out, size_t n) {
+  static void Run(int count, const float* x, const float* w, int channels, float* out, size_t n) {
     const hn::ScalableTag<float> d;
     constexpr size_t N = hn::MaxLanes(d);
     const size_t end = paddedFloats(n);
     size_t i = 0;
-    if constexpr (N % 4 == 0) {
+    if constexpr (T > 0 && N % 4 == 0) {
       if (channels == 4) {  // several pixels per vector: outputs share their loads
         for (; i + 4 * N <= end; i += 4 * N) ConvolveAt<T, 4, 4>(d, x + i, w, out + i);
         for (; i < end; i += N) ConvolveAt<T, 4, 1>(d, x + i, w, out + i);
         return;
       }
     }
-    // One tap after another.
-    const size_t step = size_t(channels);
-    for (; i < end; i += N) {
-      hn::Vec<decltype(d)> a = hn::Mul(hn::Set(d, w[0]), hn::LoadU(d, x + i));
-      for (int t = 1; t < T; ++t) a = hn::MulAdd(hn::Set(d, w[t]), hn::LoadU(d, x + i + step * size_t(t)), a);
-      hn::StoreU(a, d, out + i);
-    }
+    ConvolveLoop(count, x, w, channels, out, n);
   }
 };
 
