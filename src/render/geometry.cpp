@@ -219,6 +219,17 @@ void Geometry::render(const Image& source, Image& out) const {
   parallelRows(out.bounds(), 8, [&](int y0, int y1) { renderRows(source, out, y0, y1); });
 }
 
+bool Geometry::isIdentity() const {
+  if (!isPixelPermutation() || turns_ != 0 || params_.flipHorizontal || params_.flipVertical || output_ != source_ ||
+      source_.empty()) {
+    return false;
+  }
+  const PointF a = toSource({source_.x + 0.5, source_.y + 0.5});
+  const PointF b = toSource({source_.right() - 0.5, source_.bottom() - 0.5});
+  return a.x == source_.x + 0.5 && a.y == source_.y + 0.5 && b.x == source_.right() - 0.5 &&
+         b.y == source_.bottom() - 0.5;
+}
+
 void Geometry::renderRows(const Image& source, Image& out, int y0, int y1) const {
   const Rect region = out.bounds();
   if (region.empty()) return;

@@ -92,6 +92,9 @@ class Geometry {
 
   // True when rendering is an exact copy of whole pixels.
   bool isPixelPermutation() const { return amount_ == 0 && !straighten_; }
+  // True when it is the source itself: every output pixel is the source
+  // pixel at the same position, over the whole source extent.
+  bool isIdentity() const;
 
   // Forward: a point of the source into working-image coordinates of the
   // output frame. Inverse: an output-frame point back to the source.

@@ -30,15 +30,24 @@ namespace vg {
 // stages keep a piece of a row de-interleaved from one to the next.
 using PlanarFn = std::function<void(const kernels::PlanarRow&)>;
 
+// A full pass may also be able to read its input from another image of the
+// same bounds (`fullFrom`), so that a first pass over an unchanged source
+// needs no copy of it made first.
+using FullFn = std::function<void(Image&, const RowFn& after)>;
+using FullFromFn = std::function<void(const Image& from, Image& image, const RowFn& after)>;
+
 struct RenderEngine::Stage {
   RowFn point;
   PlanarFn planar;
-  std::function<void(Image&, const RowFn& after)> full;
+  FullFn full;
+  FullFromFn fullFrom;
   int halo = 0;  // how far a full pass reads beyond a pixel
 
-  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0}; }
-  static Stage fullStage(std::function<void(Image&, const RowFn&)> fn, int halo) {
-    return {{}, {}, std::move(fn), halo};
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, {}, 0}; }
+  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), {}, halo}; }
+  static Stage fullStageFrom(FullFromFn fn, int halo) {
+    FullFn inPlace = [fn](Image& image, const RowFn& after) { fn(image, image, after); };
+    return {{}, {}, std::move(inPlace), std::move(fn), halo};
   }
 };
 
@@ -111,15 +120,33 @@ RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
 
 // Runs `stages` over `image` in place. `produce(image, y0, y1)`, when given,
 // first fills rows [y0, y1) (the geometry), fused with the leading point
-// stages; every full pass carries the point stages after it.
+// stages; every full pass carries the point stages after it. `copyOf`, when
+// given, is an image of the same bounds that `produce` would copy: a first
+// full pass that can read it directly does so instead.
 void runStages(Image& image, const std::vector<Stage>& stages,
-               const std::function<void(Image&, int, int)>& produce = {}) {
+               const std::function<void(Image&, int, int)>& produce = {}, const Image* copyOf = nullptr) {
   const Rect b = image.bounds();
   if (b.empty()) return;
   size_t i = 0;
   while (i < stages.size() && stages[i].point) ++i;
   const RowFn leading = fusedPoints(stages, 0, i);
-  if (produce || leading) {
+  if (copyOf && i == 0 && !stages.empty() && stages[0].fullFrom && copyOf->bounds() == b) {
+    size_t j = 1;
+    while (j < stages.size() && stages[j].point) ++j;
+    const RowFn after = fusedPoints(stages, 1, j);
+    bool done = false;
+    try {
+      stages[0].fullFrom(*copyOf, image, after);
+      done = true;
+    } catch (const std::exception&) {
+      logLine(kKernelApplyFailed);
+    }
+    if (!done) {  // as if the pass had failed after the copy
+      parallelRows(b, kGrainRows, [&](int y0, int y1) { produce(image, y0, y1); });
+      if (after) forEachRow(image, after);
+    }
+    i = j;
+  } else if (produce || leading) {
     parallelRows(b, kGrainRows, [&](int y0, int y1) {
       if (produce) produce(image, y0, y1);
       if (leading)
@@ -153,10 +180,12 @@ int totalHalo(const std::vector<Stage>& stages) {
 // its extent), then a kernel reading it as its second image, row by row in
 // place as the blur streams.
 Stage blurStage(double sigma, RowFn kernel) {
-  return Stage::fullStage(
-      [sigma, kernel = std::move(kernel)](Image& image, const RowFn& after) {
+  return Stage::fullStageFrom(
+      [sigma, kernel = std::move(kernel)](const Image& from, Image& image, const RowFn& after) {
         const Rect b = image.bounds();
-        gaussianBlurRows(image, float(sigma), b, [&](int y, const float* blurred) {
+        const bool inPlace = &from == &image;
+        gaussianBlurRows(from, float(sigma), b, [&](int y, const float* blurred) {
+          if (!inPlace) std::memcpy(image.row(y), from.row(y), size_t(b.width) * 4 * sizeof(float));
           kernels::KernelRow row{image.row(y), blurred, b.width, b.x, y};
           kernel(row);
           row.aux = nullptr;
@@ -799,7 +828,10 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
     all.insert(all.end(), tail.begin(), tail.end());
     const Rect work = target.grown(totalHalo(all)).intersected(outputRect);
     image = Image::uninitialized(work);
-    runStages(image, all, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); });
+    // Unchanged geometry over the whole picture: a first pass may read the source itself.
+    const bool wholeSource = g.isIdentity() && work == source.bounds();
+    runStages(image, all, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); },
+              wholeSource ? &source : nullptr);
   }
   if (image.bounds() != target) image = cropCopy(image, target);
   return image;

@@ -29,9 +29,20 @@ TEST(GeometryTest, NeutralIsTheSourceUnchanged) {
   Geometry g(src.bounds(), {});
   EXPECT_EQ(g.outputRect(), src.bounds());
   EXPECT_TRUE(g.isPixelPermutation());
+  EXPECT_TRUE(g.isIdentity());
   Image out = renderAll(src, g);
   for (int y = 0; y < 5; ++y)
     for (int x = 0; x < 7; ++x) EXPECT_EQ(out.at(x, y)[0], float(x));
+  EXPECT_TRUE(Geometry(Rect{-3, 8, 600, 400}, {}).isIdentity());  // wherever the source lies
+
+  // Anything that moves a pixel is not the identity.
+  GeometryParams flip, turn, crop, angle, lens;
+  flip.flipVertical = true;
+  turn.quarterTurn = 2;
+  crop.crop = RectF{0.1, 0.1, 0.5, 0.5};
+  angle.angle = 0.5;
+  lens.distortion = 10;
+  for (const GeometryParams& p : {flip, turn, crop, angle, lens}) EXPECT_FALSE(Geometry(Rect{0, 0, 60, 40}, p).isIdentity());
 }
 
 TEST(GeometryTest, QuarterTurnsAreClockwiseAndExact) {

@@ -431,6 +431,13 @@ TEST_F(RenderEngineTest, ColorStageCanBeKeptAndPassedBack) {
   Image direct = render(source, doc, {{m.id, mask}});
   Image reused = engine.render(source, doc, {{m.id, mask}}, {}, &cs);
   EXPECT_LT(maxDiff(direct, reused), 1e-6);
+
+  // A first blur over the unchanged source reads the source itself; the
+  // colour stage has it read a copy. The same bits either way.
+  EditDocument blurFirst;
+  blurFirst.adjustments.denoise = 30;
+  blurFirst.adjustments.contrast = 10;
+  EXPECT_TRUE(identical(render(source, blurFirst), *engine.colorStage(source, blurFirst, 1.0, false).image));
 }
 
 void writeCube(const std::filesystem::path& p, bool invert) {
