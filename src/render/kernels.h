@@ -269,6 +269,8 @@ void hsl(const HslParams& p, const KernelRow& row);
 void splitTone(const SplitTonePrepared& p, const KernelRow& row);
 void detail(const DetailParams& p, const KernelRow& row);
 void dehaze(const DehazeParams& p, const KernelRow& row);
+// dehaze with a grey aux: row.aux holds one float per pixel, the dark channel.
+void dehazeGrey(const DehazeParams& p, const KernelRow& row);
 void vignette(const VignettePrepared& p, const KernelRow& row);  // also the lens vignette
 void grain(const GrainPrepared& p, const KernelRow& row);
 void curves(const CurvesPrepared& p, const KernelRow& row);

@@ -253,15 +253,20 @@ struct Px {
 
 #include "render/simd_rgba-inl.h"
 
-template <class Op>
+// One vector step; the aux image has kAux floats per pixel: 4 (RGBA) or 1
+// (a grey image, read as the aux R).
+template <size_t kAux, class Op>
 HWY_INLINE void Step(D d, const Op& op, float* HWY_RESTRICT p, const float* HWY_RESTRICT aux, V cx, V cy) {
   Px px;
   LoadRgba(d, p, px.r, px.g, px.b, px.a);
-  if (aux) {
+  if (!aux) {
+    px.ar = px.ag = px.ab = hn::Zero(d);
+  } else if constexpr (kAux == 1) {
+    px.ar = hn::LoadU(d, aux);
+    px.ag = px.ab = hn::Zero(d);
+  } else {
     V aa;
     LoadRgba(d, aux, px.ar, px.ag, px.ab, aa);
-  } else {
-    px.ar = px.ag = px.ab = hn::Zero(d);
   }
   px.cx = cx;
   px.cy = cy;
@@ -269,7 +274,7 @@ HWY_INLINE void Step(D d, const Op& op, float* HWY_RESTRICT p, const float* HWY_
   StoreRgba(d, px.r, px.g, px.b, px.a, p);
 }
 
-template <class Op>
+template <class Op, size_t kAux = 4>
 HWY_INLINE void RunRow(const Op& op, const KernelRow& row) {
   const D d;
   const size_t N = hn::Lanes(d);
@@ -279,7 +284,7 @@ HWY_INLINE void RunRow(const Op& op, const KernelRow& row) {
   size_t i = 0;
   for (; i + N <= n; i += N) {
     V cx = hn::Add(hn::Add(hn::Set(d, float(row.x + int(i))), lane), half);
-    Step(d, op, row.rgba + i * 4, row.aux ? row.aux + i * 4 : nullptr, cx, cy);
+    Step<kAux>(d, op, row.rgba + i * 4, row.aux ? row.aux + i * kAux : nullptr, cx, cy);
   }
   if (i < n) {
     constexpr size_t kMax = HWY_MAX_BYTES / sizeof(float) * 4;
@@ -290,10 +295,10 @@ HWY_INLINE void RunRow(const Op& op, const KernelRow& row) {
     std::memcpy(buf, row.rgba + i * 4, rest * sizeof(float));
     if (row.aux) {
       std::memset(auxBuf, 0, sizeof(auxBuf));
-      std::memcpy(auxBuf, row.aux + i * 4, rest * sizeof(float));
+      std::memcpy(auxBuf, row.aux + i * kAux, (n - i) * kAux * sizeof(float));
     }
     V cx = hn::Add(hn::Add(hn::Set(d, float(row.x + int(i))), lane), half);
-    Step(d, op, buf, row.aux ? auxBuf : nullptr, cx, cy);
+    Step<kAux>(d, op, buf, row.aux ? auxBuf : nullptr, cx, cy);
     std::memcpy(row.rgba + i * 4, buf, rest * sizeof(float));
   }
 }
@@ -838,6 +843,7 @@ void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp(p), r); }
 void SplitToneRow(const SplitTonePrepared& p, const KernelRow& r) { RunRow(SplitToneOp{p}, r); }
 void DetailRow(const DetailParams& p, const KernelRow& r) { RunRow(DetailOp{p}, r); }
 void DehazeRow(const DehazeParams& p, const KernelRow& r) { RunRow(DehazeOp{p}, r); }
+void DehazeGreyRow(const DehazeParams& p, const KernelRow& r) { RunRow<DehazeOp, 1>(DehazeOp{p}, r); }
 void VignetteRow(const VignettePrepared& p, const KernelRow& r) { RunRow(VignetteOp{p}, r); }
 void GrainRow(const GrainPrepared& p, const KernelRow& r) { RunRow(GrainOp{p}, r); }
 void CurvesRow(const CurvesPrepared& p, const KernelRow& r) { RunCurvesRow(CurvesOp{&p}, r); }
@@ -885,6 +891,7 @@ VG_KERNEL_ENTRY(hsl, HslRow, HslParams)
 VG_KERNEL_ENTRY(splitTone, SplitToneRow, SplitTonePrepared)
 VG_KERNEL_ENTRY(detail, DetailRow, DetailParams)
 VG_KERNEL_ENTRY(dehaze, DehazeRow, DehazeParams)
+VG_KERNEL_ENTRY(dehazeGrey, DehazeGreyRow, DehazeParams)
 VG_KERNEL_ENTRY(vignette, VignetteRow, VignettePrepared)
 VG_KERNEL_ENTRY(grain, GrainRow, GrainPrepared)
 VG_KERNEL_ENTRY(curves, CurvesRow, CurvesPrepared)

@@ -66,11 +66,6 @@ VG_ROW_CLONES void lerpRows(const float* a, const float* b, float t, float* out,
   for (size_t i = 0; i < n; ++i) out[i] = a[i] + (b[i] - a[i]) * t;
 }
 
-// The R of aux pixel i = a[i] + (b[i] - a[i]) t, i < n
-VG_ROW_CLONES void lerpRowsToRed(const float* a, const float* b, float t, float* aux, int n) {
-  for (int i = 0; i < n; ++i) aux[size_t(i) * 4] = a[i] + (b[i] - a[i]) * t;
-}
-
 }  // namespace
 
 int darkChannelFactor(double sigma) { return sigma >= 12 ? 4 : sigma >= 6 ? 2 : 1; }
@@ -174,7 +169,7 @@ void ReducedLowpass::apply(Image& image, const RowFn& kernel, const RowFn& after
   const int bands = std::clamp(b.height / 32, 1, 4 * parallelism());
   auto bandStart = [&](int i) { return b.y + int(int64_t(b.height) * i / bands); };
   parallelFor(0, bands, 1, [&](int i0, int i1) {
-    std::vector<float> aux(size_t(b.width) * 4, 0.0f);
+    std::vector<float> aux(size_t(b.width) * size_t(C));
     std::vector<float> wide[2] = {std::vector<float>(size_t(b.width) * size_t(C)), std::vector<float>(size_t(b.width) * size_t(C))};
     std::vector<float> lone(4 * 2, 0.0f);  // a one-column grid's cell, twice
     int held[2] = {sb.y - 1, sb.y - 1};    // the grid row each wide row holds
@@ -204,11 +199,7 @@ void ReducedLowpass::apply(Image& image, const RowFn& kernel, const RowFn& after
         const float ty = float(v - r0);
         const float* a = wideRow(r0);
         const float* e = wideRow(r1);
-        if (dark) {
-          lerpRowsToRed(a, e, ty, aux.data(), b.width);
-        } else {
-          lerpRows(a, e, ty, aux.data(), aux.size());
-        }
+        lerpRows(a, e, ty, aux.data(), aux.size());
         kernel({image.row(y), aux.data(), b.width, b.x, y});
         if (after) after({image.row(y), nullptr, b.width, b.x, y});
       }

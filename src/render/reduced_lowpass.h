@@ -29,14 +29,15 @@ class ReducedLowpass {
  public:
   enum class Source {
     Colour,       // the RGBA pixels (kernels read R, G and B)
-    DarkChannel,  // min(R, G, B) (in the aux pixels' R; G, B and alpha 0)
+    DarkChannel,  // min(R, G, B), handed on as one float per pixel
   };
 
   // The reduction of `image` by `scale` (< 1), blurred by `sigma` grid cells.
   ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma);
 
   // Runs kernel over every row of image, in place, with the enlarged
-  // low-pass as its aux row; then `after` (if any) on the finished row.
+  // low-pass as its aux row (RGBA pixels for Colour, one float per pixel for
+  // DarkChannel); then `after` (if any) on the finished row.
   void apply(Image& image, const RowFn& kernel, const RowFn& after) const;
 
   const Rect& gridBounds() const { return bounds_; }

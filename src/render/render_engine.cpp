@@ -211,11 +211,6 @@ VG_ROW_CLONES void minimumComponentRow(const float* rgba, float* out, int n) {
   for (int i = 0; i < n; ++i) out[i] = std::min(rgba[size_t(i) * 4], std::min(rgba[size_t(i) * 4 + 1], rgba[size_t(i) * 4 + 2]));
 }
 
-// The R of aux pixel i = grey[i], i < n (the other channels untouched)
-VG_ROW_CLONES void spreadToRed(const float* grey, float* aux, int n) {
-  for (int i = 0; i < n; ++i) aux[size_t(i) * 4] = grey[i];
-}
-
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
 VG_ROW_CLONES void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
   const Rect& mb = mask.bounds();
@@ -507,25 +502,22 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
           const Rect b = image.bounds();
           if (f == 1) {  // sigma below 6: the blur streams
             // The dark channel in one float per pixel, blurred as it streams
-            // into the R of each aux pixel (the kernel reads no more).
-            // Its rows live in a (recycled) image buffer a quarter as wide.
+            // into the kernel's grey aux row. Its rows live in a (recycled)
+            // image buffer a quarter as wide.
             Image scratch = Image::uninitialized(Rect{0, b.y, (b.width + 3) / 4, b.height});
             parallelRows(b, kGrainRows, [&](int y0, int y1) {
               for (int y = y0; y < y1; ++y) minimumComponentRow(image.row(y), scratch.row(y), b.width);
             });
             const GreyRows dark{scratch.row(b.y), scratch.strideFloats(), b};
             gaussianBlurGreyRows(dark, float(sigma), b, [&](int y, const float* blurred) {
-              thread_local std::vector<float> aux;
-              aux.resize(size_t(b.width) * 4);
-              spreadToRed(blurred, aux.data(), b.width);
-              KernelRow row{image.row(y), aux.data(), b.width, b.x, y};
-              dehaze(p, row);
+              KernelRow row{image.row(y), blurred, b.width, b.x, y};
+              dehazeGrey(p, row);
               row.aux = nullptr;
               if (after) after(row);
             });
           } else {
             ReducedLowpass dark(image, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel, darkChannelSigma(sigma, f));
-            dark.apply(image, [p](const KernelRow& r) { dehaze(p, r); }, after);
+            dark.apply(image, [p](const KernelRow& r) { dehazeGrey(p, r); }, after);
           }
         },
         darkChannelReach(sigma)));

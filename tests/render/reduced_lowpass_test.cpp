@@ -25,11 +25,21 @@ Image smoothImage(const Rect& r) {
   return img;
 }
 
-// The aux rows apply() hands its kernel, as an image.
-Image enlarged(const ReducedLowpass& low, const Rect& bounds) {
+// The aux rows apply() hands its kernel, as an image (a grey aux in R).
+Image enlarged(const ReducedLowpass& low, const Rect& bounds, bool grey = false) {
   Image image(bounds), aux(bounds);
   low.apply(
-      image, [&](const kernels::KernelRow& r) { std::copy_n(r.aux, size_t(r.n) * 4, aux.at(r.x, r.y)); }, {});
+      image,
+      [&](const kernels::KernelRow& r) {
+        for (int i = 0; i < r.n; ++i) {
+          if (grey) {
+            aux.at(r.x + i, r.y)[0] = r.aux[i];
+          } else {
+            std::copy_n(r.aux + size_t(i) * 4, 4, aux.at(r.x + i, r.y));
+          }
+        }
+      },
+      {});
   return aux;
 }
 
@@ -54,7 +64,7 @@ TEST(ReducedLowpass, ColourIsCloseToTheFullSizeBlurOnSmoothPictures) {
   EXPECT_LT(worstEdge, 2e-2f);
 }
 
-TEST(ReducedLowpass, DarkChannelFillsRedOnlyAndFollowsTheMinimum) {
+TEST(ReducedLowpass, DarkChannelFollowsTheMinimum) {
   const Rect r{-20, 10, 160, 90};
   const Image src = smoothImage(r);
   Image dark(r);
@@ -65,14 +75,12 @@ TEST(ReducedLowpass, DarkChannelFillsRedOnlyAndFollowsTheMinimum) {
     }
   const Image full = gaussianBlur(dark, 6.0f);
   ReducedLowpass low(src, r, 0.5, ReducedLowpass::Source::DarkChannel, darkChannelSigma(6.0, 2));
-  const Image aux = enlarged(low, r);
+  const Image aux = enlarged(low, r, true);
   const Rect inner = r.grown(-4);
   float worst = 0;
   for (int y = r.y; y < r.bottom(); ++y)
     for (int x = r.x; x < r.right(); ++x) {
       if (inner.contains(x, y)) worst = std::max(worst, std::fabs(aux.at(x, y)[0] - full.at(x, y)[0]));
-      ASSERT_EQ(aux.at(x, y)[1], 0.0f);
-      ASSERT_EQ(aux.at(x, y)[3], 0.0f);
     }
   EXPECT_LT(worst, 1e-3f);
 }
@@ -89,7 +97,7 @@ TEST(ReducedLowpass, ConstantPicturesStayConstantAtEveryGridSize) {
       // Sigma 20 cells does not stream: the dark channel takes the RGBA path.
       for (double sigma : {3.0, 20.0}) {
         ReducedLowpass low(src, r, 0.12, source, sigma);
-        const Image aux = enlarged(low, r);
+        const Image aux = enlarged(low, r, source == ReducedLowpass::Source::DarkChannel);
         for (int y = r.y; y < r.bottom(); ++y)
           for (int x = r.x; x < r.right(); ++x) {
             ASSERT_NEAR(aux.at(x, y)[0], 0.2f, 1e-6f);  // R, and min(R, G, B)
