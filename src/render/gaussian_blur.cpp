@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <complex>
+#include <memory>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -319,6 +320,82 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
   });
 }
 
+// ---------------------------------------------------------------- chained passes
+//
+// One engine per pass and band: it takes the pass's input rows in ascending
+// order, and their horizontal blurs in a ring; as soon as the taps of a group
+// of output rows are all there it makes them (four at a time, which share
+// their taps), applies the pass to the input rows in place and hands them
+// on: to the next pass, or, for the last, to the image. The rows themselves
+// live in one ring of the band's (the engines pass pointers), long enough
+// that a row is still there when the last pass hands it to the image.
+
+class PassEngine {
+ public:
+  using Emit = std::function<void(int y, float* row)>;
+
+  // Output rows [o0, o1) (within the image), from input rows of the image
+  // clamped to sb.
+  PassEngine(const DirectFilter& f, const std::function<void(float*, const float*, int)>& apply, const Rect& sb,
+             int o0, int o1, Emit emit)
+      : f_(f), apply_(apply), sb_(sb), o0_(o0), o1_(o1), emit_(std::move(emit)),
+        hSlots_(size_t(f.taps() + blur::kMaxSumRows)), inputs_(size_t(f.radius + blur::kMaxSumRows + 1)),
+        horizontal_(blur::paddedFloats(size_t(sb.width) * 4), hSlots_),
+        result_(blur::paddedFloats(size_t(sb.width) * 4), blur::kMaxSumRows), next_(o0) {}
+
+  // Rows of lag between an engine's input and its output at most.
+  static int lag(const DirectFilter& f) { return f.radius + blur::kMaxSumRows; }
+
+  // The first input row needed, and one past the last (clamped to the image).
+  int firstInput() const { return std::max(sb_.y, o0_ - f_.radius); }
+  int endInput() const { return std::min(sb_.bottom(), o1_ + f_.radius); }
+
+  // Input row y (the rows from firstInput() on, in order).
+  void push(int y, float* row) {
+    inputs_[size_t(y) % inputs_.size()] = row;
+    const Plane plane{row, 0, Rect{sb_.x, y, sb_.width, 1}, 4};
+    horizontalRow(f_, plane, y, sb_, line_, horizontal_.row(size_t(y) % hSlots_));
+    // Beyond the last input row the image's edge row repeats, so every
+    // output is ready once it has come.
+    const bool last = y == endInput() - 1;
+    const int ready = last ? o1_ - 1 : y - f_.radius;
+    while (ready - next_ + 1 >= blur::kMaxSumRows || (last && next_ <= ready)) {
+      make(std::min(blur::kMaxSumRows, ready - next_ + 1));
+    }
+  }
+
+ private:
+  const float* hRow(int r) const {
+    return horizontal_.row(size_t(std::clamp(r, sb_.y, sb_.bottom() - 1)) % hSlots_);
+  }
+  void make(int count) {
+    const int R = f_.radius, T = f_.taps();
+    const float* taps[64 + blur::kMaxSumRows];
+    for (int k = 0; k < T + count - 1; ++k) taps[k] = hRow(next_ - R + k);
+    float* results[blur::kMaxSumRows];
+    for (int j = 0; j < count; ++j) results[j] = result_.row(size_t(j));
+    blur::symmetricSumRows(taps, f_.weights.data(), T, results, count, size_t(sb_.width) * 4);
+    for (int j = 0; j < count; ++j) {
+      const int y = next_ + j;
+      float* row = inputs_[size_t(y) % inputs_.size()];
+      apply_(row, results[j], y);
+      emit_(y, row);
+    }
+    next_ += count;
+  }
+
+  const DirectFilter& f_;
+  const std::function<void(float*, const float*, int)>& apply_;
+  Rect sb_;
+  int o0_, o1_;
+  Emit emit_;
+  size_t hSlots_;
+  std::vector<float*> inputs_;
+  AlignedRows horizontal_, result_;
+  std::vector<float> line_;
+  int next_;
+};
+
 Plane planeOf(const Image& image) { return {image.row(image.bounds().y), image.strideFloats(), image.bounds(), 4}; }
 
 Image separable(const RecursiveFilter& f, const Image& src, const Rect& out) {
@@ -427,6 +504,76 @@ void gaussianBlurGreyRows(const GreyRows& src, float sigma, const Rect& out, con
     return;
   }
   streamDirect(DirectFilter(sigma), Plane{src.data, src.stride, sb, 1}, out, consume);
+}
+
+void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes) {
+  const Rect sb = image.bounds();
+  if (sb.empty() || passes.empty()) return;
+  if (from.bounds() != sb) throw std::invalid_argument("gaussianBlurChain: images of different bounds");
+  const size_t K = passes.size();
+  std::vector<DirectFilter> filters;
+  filters.reserve(K);
+  for (const BlurPass& p : passes) {
+    if (!streamed(p.sigma)) throw std::invalid_argument("gaussianBlurChain: a sigma that does not stream");
+    filters.emplace_back(p.sigma);
+  }
+  // Pass k makes the rows of a band and, around them, the halo the passes
+  // after it need: H[k] rows on each side.
+  std::vector<int> H(K, 0);
+  for (size_t k = K - 1; k-- > 0;) H[k] = H[k + 1] + filters[k + 1].radius;
+  const int reach = H[0] + filters[0].radius;  // rows of input each band reads beyond itself
+
+  const int bands = std::clamp(sb.height / std::max(64, 8 * reach), 1, 2 * parallelism());
+  auto bandStart = [&](int b) { return sb.y + int(int64_t(sb.height) * b / bands); };
+  const size_t rowBytes = size_t(sb.width) * 4 * sizeof(float);
+  const bool inPlace = &from == &image;
+
+  // In place, the input rows a band reads beyond itself are taken before any
+  // band writes its own.
+  std::vector<Image> above(static_cast<size_t>(bands)), below(static_cast<size_t>(bands));
+  if (inPlace) {
+    parallelFor(0, bands, 1, [&](int b0, int b1) {
+      for (int b = b0; b < b1; ++b) {
+        const int y0 = bandStart(b), y1 = bandStart(b + 1);
+        const int top = std::max(sb.y, y0 - reach), bottom = std::min(sb.bottom(), y1 + reach);
+        above[size_t(b)] = Image::uninitialized(Rect{sb.x, top, sb.width, y0 - top});
+        below[size_t(b)] = Image::uninitialized(Rect{sb.x, y1, sb.width, bottom - y1});
+        for (int y = top; y < y0; ++y) std::memcpy(above[size_t(b)].row(y), from.row(y), rowBytes);
+        for (int y = y1; y < bottom; ++y) std::memcpy(below[size_t(b)].row(y), from.row(y), rowBytes);
+      }
+    });
+  }
+
+  parallelFor(0, bands, 1, [&](int b0, int b1) {
+    for (int b = b0; b < b1; ++b) {
+      const int y0 = bandStart(b), y1 = bandStart(b + 1);
+      std::vector<std::unique_ptr<PassEngine>> engines(K);
+      int lag = 2;
+      for (size_t k = K; k-- > 0;) {
+        lag += PassEngine::lag(filters[k]);
+        PassEngine::Emit emit;
+        if (k + 1 == K) {
+          emit = [&](int y, float* row) { std::memcpy(image.row(y), row, rowBytes); };
+        } else {
+          emit = [next = engines[k + 1].get()](int y, float* row) { next->push(y, row); };
+        }
+        engines[k] = std::make_unique<PassEngine>(filters[k], passes[k].apply, sb, std::max(sb.y, y0 - H[k]),
+                                                  std::min(sb.bottom(), y1 + H[k]), std::move(emit));
+      }
+      // The band's rows, from the first pass's input until the last pass
+      // hands them on.
+      AlignedRows rows(blur::paddedFloats(size_t(sb.width) * 4), size_t(lag));
+      PassEngine& first = *engines[0];
+      for (int y = first.firstInput(); y < first.endInput(); ++y) {
+        const float* src = !inPlace || (y >= y0 && y < y1) ? from.row(y)
+                           : y < y0                         ? above[size_t(b)].row(y)
+                                                            : below[size_t(b)].row(y);
+        float* row = rows.row(size_t(y) % size_t(lag));
+        std::memcpy(row, src, rowBytes);
+        first.push(y, row);
+      }
+    }
+  });
 }
 
 Image gaussianBlur(const Image& src, float sigma, const Rect& out) {

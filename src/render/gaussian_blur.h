@@ -31,6 +31,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "render/grey_image.h"
 #include "render/image.h"
@@ -55,6 +56,23 @@ int gaussianBlurReach(float sigma);
 
 using BlurRowConsumer = std::function<void(int y, const float* blurred)>;
 void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const BlurRowConsumer& consume);
+
+// Several passes run as one sweep over the rows, each pass a blur of its
+// input (clamped at the image's edges) and then `apply(row, blurred, y)`,
+// which changes row y of the pass's input in place into the pass's output
+// (a kernel that reads the row and its blur, and any point stages after it).
+// The pixels are those of running the passes one after another over the
+// whole image, each with gaussianBlurRows in place; but each band of rows
+// goes through all of them while its intermediate rows are in cache.
+// The first pass reads `from` (image itself, or another image of the same
+// bounds); the result is written to image. Every sigma must stream
+// (gaussianBlurStreams and > 0); apply may run concurrently for different
+// rows.
+struct BlurPass {
+  float sigma = 0;
+  std::function<void(float* row, const float* blurred, int y)> apply;
+};
+void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes);
 
 // Single-channel rows: bounds.width floats per row, `stride` floats apart
 // (a GreyImage, or scratch rows borrowed from an Image).

@@ -42,12 +42,16 @@ struct RenderEngine::Stage {
   FullFn full;
   FullFromFn fullFrom;
   int halo = 0;  // how far a full pass reads beyond a pixel
+  // A blur-and-kernel pass (blurStage): consecutive ones run as one sweep
+  // (gaussianBlurChain).
+  float blurSigma = 0;
+  RowFn blurKernel;
 
-  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, {}, 0}; }
-  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), {}, halo}; }
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, {}, 0, 0, {}}; }
+  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), {}, halo, 0, {}}; }
   static Stage fullStageFrom(FullFromFn fn, int halo) {
     FullFn inPlace = [fn](Image& image, const RowFn& after) { fn(image, image, after); };
-    return {{}, {}, std::move(inPlace), std::move(fn), halo};
+    return {{}, {}, std::move(inPlace), std::move(fn), halo, 0, {}};
   }
 };
 
@@ -130,7 +134,43 @@ void runStages(Image& image, const std::vector<Stage>& stages,
   size_t i = 0;
   while (i < stages.size() && stages[i].point) ++i;
   const RowFn leading = fusedPoints(stages, 0, i);
-  if (copyOf && i == 0 && !stages.empty() && stages[0].fullFrom && copyOf->bounds() == b) {
+  // Consecutive blur passes from stage k (with the point stages after each)
+  // as one chain, when there are two or more; *end is set past them.
+  std::vector<RowFn> afters;
+  auto chainFrom = [&](size_t k, size_t* end) {
+    std::vector<BlurPass> chain;
+    afters.clear();
+    afters.reserve(stages.size());
+    while (k < stages.size() && stages[k].blurKernel && gaussianBlurStreams(stages[k].blurSigma) &&
+           stages[k].blurSigma > 0) {
+      size_t j = k + 1;
+      while (j < stages.size() && stages[j].point) ++j;
+      afters.push_back(fusedPoints(stages, k + 1, j));
+      const RowFn& kernel = stages[k].blurKernel;
+      const RowFn& after = afters.back();
+      const int width = b.width, x = b.x;
+      chain.push_back({stages[k].blurSigma, [&kernel, &after, width, x](float* row, const float* blurred, int y) {
+                         kernels::KernelRow r{row, blurred, width, x, y};
+                         kernel(r);
+                         r.aux = nullptr;
+                         if (after) after(r);
+                       }});
+      *end = k = j;
+    }
+    if (chain.size() < 2) chain.clear();
+    return chain;
+  };
+  size_t chainEnd = 0;
+  std::vector<BlurPass> chain;
+  if (copyOf && i == 0 && copyOf->bounds() == b && !(chain = chainFrom(0, &chainEnd)).empty()) {
+    try {
+      gaussianBlurChain(*copyOf, image, chain);
+      i = chainEnd;
+    } catch (const std::exception&) {  // nothing of image is kept: start over with the copy
+      logLine(kKernelApplyFailed);
+      parallelRows(b, kGrainRows, [&](int y0, int y1) { produce(image, y0, y1); });
+    }
+  } else if (copyOf && i == 0 && !stages.empty() && stages[0].fullFrom && copyOf->bounds() == b) {
     size_t j = 1;
     while (j < stages.size() && stages[j].point) ++j;
     const RowFn after = fusedPoints(stages, 1, j);
@@ -154,6 +194,15 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     });
   }
   while (i < stages.size()) {
+    if (!(chain = chainFrom(i, &chainEnd)).empty()) {
+      try {
+        gaussianBlurChain(image, image, chain);
+      } catch (const std::exception&) {
+        logLine(kKernelApplyFailed);
+      }
+      i = chainEnd;
+      continue;
+    }
     size_t j = i + 1;
     while (j < stages.size() && stages[j].point) ++j;
     const RowFn after = fusedPoints(stages, i + 1, j);
@@ -180,7 +229,8 @@ int totalHalo(const std::vector<Stage>& stages) {
 // its extent), then a kernel reading it as its second image, row by row in
 // place as the blur streams.
 Stage blurStage(double sigma, RowFn kernel) {
-  return Stage::fullStageFrom(
+  RowFn chained = kernel;
+  Stage st = Stage::fullStageFrom(
       [sigma, kernel = std::move(kernel)](const Image& from, Image& image, const RowFn& after) {
         const Rect b = image.bounds();
         const bool inPlace = &from == &image;
@@ -193,6 +243,9 @@ Stage blurStage(double sigma, RowFn kernel) {
         });
       },
       blurReach(sigma));
+  st.blurSigma = float(sigma);
+  st.blurKernel = std::move(chained);
+  return st;
 }
 
 // Clarity's low-pass (sigma 8 s) and, from 6 pixels of sigma on, dehaze's
@@ -762,8 +815,10 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
             Image adjusted = Image::uninitialized(area);
             std::vector<Stage> stages = chain;
             stages.push_back(Stage::pointStage([&](const kernels::KernelRow& r) {
+              // r is the finished row of the adjusted area (wherever the pass holds it).
               if (r.y >= support.y && r.y < support.bottom()) {
-                blendRow(image.at(support.x, r.y), adjusted.at(support.x, r.y), support.width, support.x, r.y, *mask);
+                blendRow(image.at(support.x, r.y), r.rgba + size_t(support.x - r.x) * 4, support.width, support.x, r.y,
+                         *mask);
               }
               if (after) after({image.row(r.y), nullptr, b.width, b.x, r.y});
             }));

@@ -148,6 +148,44 @@ TEST(GaussianBlur, GreyRowsEqualOneChannelOfTheColourBlur) {
   EXPECT_THROW(gaussianBlurGreyRows(GreyRows::of(grey), 9.0f, r, [](int, const float*) {}), std::invalid_argument);
 }
 
+constexpr size_t kChainWidth = 53;
+
+// A pass of the chain: its blur, then a kernel that reads the row and the
+// blur (an unsharp-like mix, different per pass, also using y).
+BlurPass chainPass(float sigma, float amount) {
+  return {sigma, [amount](float* row, const float* blurred, int y) {
+            const float k = amount + 0.001f * float(y % 7);
+            for (size_t i = 0; i < kChainWidth * 4; ++i) row[i] = row[i] + (row[i] - blurred[i]) * k;
+          }};
+}
+
+TEST(GaussianBlur, AChainOfPassesEqualsThePassesOneAfterAnother) {
+  const std::vector<BlurPass> passes = {chainPass(1.6f, 0.4f), chainPass(2.4f, -0.3f), chainPass(0.7f, 0.8f),
+                                        chainPass(2.2f, 0.2f)};
+  for (int height : {5, 60, 700}) {
+    SCOPED_TRACE(height);
+    const Rect r{-3, 11, int(kChainWidth), height};
+    const Image src = randomImage(r, uint32_t(height));
+    Image expected = src.clone();
+    for (const BlurPass& p : passes) {
+      gaussianBlurRows(expected, p.sigma, r, [&](int y, const float* blurred) { p.apply(expected.row(y), blurred, y); });
+    }
+    for (int threads : {1, 2, 3}) {
+      ScopedThreadLimit limit(threads);
+      Image inPlace = src.clone();
+      gaussianBlurChain(inPlace, inPlace, passes);
+      Image fromSource = Image::uninitialized(r);
+      gaussianBlurChain(src, fromSource, passes);
+      for (int y = r.y; y < r.bottom(); ++y) {
+        ASSERT_EQ(0, std::memcmp(inPlace.row(y), expected.row(y), kChainWidth * 16)) << threads << " threads, row " << y;
+        ASSERT_EQ(0, std::memcmp(fromSource.row(y), expected.row(y), kChainWidth * 16)) << threads << " threads, row " << y;
+      }
+    }
+  }
+  Image img = randomImage(Rect{0, 0, int(kChainWidth), 10}, 1);
+  EXPECT_THROW(gaussianBlurChain(img, img, {chainPass(9.0f, 0.1f)}), std::invalid_argument);
+}
+
 TEST(GaussianBlur, NoSigmaCopiesAndEmptySourceIsTransparent) {
   Image src = randomImage(Rect{0, 0, 5, 4}, 1);
   for (float sigma : {0.0f, -1.0f, NAN}) {
