@@ -28,14 +28,14 @@ HWY_INLINE void Unroll(F&& f) {
 
 // The tap counts 2R + 1 for R = 1 ... kMaxUnrolled get loops unrolled for
 // each, so that every loaded vector stays in a register for all the outputs
-// that need it; wider filters (sigma above 4, rare and on small grids) take
-// plain loops with the same arithmetic, Fn<0>, which also keeps the build
-// time in bounds. Under the sanitizers, whose instrumentation of the
-// unrolled loops takes minutes to compile, only the smallest are unrolled.
+// that need it: every radius the direct filter has (sigma up to 8). Under the
+// sanitizers, whose instrumentation of the unrolled loops takes minutes to
+// compile, only the smallest are; the others take plain loops with the same
+// arithmetic, Fn<0>.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kMaxUnrolled = 3;
 #else
-constexpr int kMaxUnrolled = 12;
+constexpr int kMaxUnrolled = 24;
 #endif
 template <template <int> class Fn, class... Args>
 HWY_INLINE void WithTaps(int count, Args... args) {
