@@ -20,17 +20,25 @@ constexpr int kGrainRows = 16;
 // A bitmap raster larger than this is taken as corrupt rather than allocated.
 constexpr std::int64_t kMaxBitmapPixels = std::int64_t(1) << 28;
 
-// Calls fn(x, y, sourcePoint) for every pixel of the frame's region, in
-// parallel row bands; fn writes the pixel's value into the returned row.
+// The value fn(source point) of every pixel of the frame's region, in
+// parallel row bands. Without lens distortion the mapping to the source is
+// affine: along a row the source point moves by a constant step, taken from
+// column 0 of that row, so a pixel's point does not depend on the region.
 template <typename Fn>
 GreyImage evaluate(const MaskFrame& frame, Fn&& fn) {
   GreyImage out(frame.region);
   const Geometry& g = *frame.geometry;
+  const bool affine = g.distortionAmount() == 0;
   parallelRows(frame.region, kGrainRows, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) {
-      float* row = out.row(y);
-      for (int x = frame.region.x; x < frame.region.right(); ++x)
-        row[x - frame.region.x] = fn(g.toSource({x + 0.5, y + 0.5}));
+      float* row = out.row(y) - frame.region.x;
+      if (affine) {
+        const PointF p0 = g.toSource({0.5, y + 0.5}), p1 = g.toSource({1.5, y + 0.5});
+        const double sx = p1.x - p0.x, sy = p1.y - p0.y;
+        for (int x = frame.region.x; x < frame.region.right(); ++x) row[x] = fn(PointF{p0.x + x * sx, p0.y + x * sy});
+      } else {
+        for (int x = frame.region.x; x < frame.region.right(); ++x) row[x] = fn(g.toSource({x + 0.5, y + 0.5}));
+      }
     }
   });
   return out;
@@ -43,12 +51,14 @@ GreyImage radial(const RadialMaskGeometry& m, const MaskFrame& frame) {
   double a = std::max(1e-9, m.radiusX * E.width), b = std::max(1e-9, m.radiusY * E.height);
   double cs = std::cos(m.angle * kDegrees), sn = std::sin(m.angle * kDegrees);
   double inner = 1 - 0.95 * std::max(m.feather / 100.0, 0.001);
-  double span = 1 - inner;
+  const double span = 1 - inner;
+  // Scaled into the unit circle: the ellipse's own axes divided by its radii.
+  const double ua = cs / a, va = sn / a, ub = -sn / b, vb = cs / b, perSpan = 1 / span;
   return evaluate(frame, [&](PointF p) {
-    double dx = p.x - c.x, dy = p.y - c.y;
-    double u = cs * dx + sn * dy, v = -sn * dx + cs * dy;  // into the ellipse's own axes
-    double d = std::hypot(u / a, v / b);
-    double value = d <= inner ? 1.0 : d >= 1 ? 0.0 : (1 - d) / span;
+    const double dx = p.x - c.x, dy = p.y - c.y;
+    const double u = ua * dx + va * dy, v = ub * dx + vb * dy;
+    const double d = std::sqrt(u * u + v * v);
+    const double value = d <= inner ? 1.0 : d >= 1 ? 0.0 : (1 - d) * perSpan;
     return float(value);
   });
 }
