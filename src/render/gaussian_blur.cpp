@@ -236,16 +236,41 @@ void horizontalRow(const DirectFilter& f, const Plane& src, int sy, const Rect& 
 // Scratch rows starting on 64-byte boundaries (rows are whole blocks of 16
 // floats, so every row of the buffer is aligned): vector loads of them never
 // straddle two cache lines.
+// The buffers are recycled per thread: a render makes dozens of them, a
+// few megabytes each, and fresh ones would cost page faults every time.
 class AlignedRows {
  public:
-  AlignedRows(size_t rowFloats, size_t rows) : storage_(rowFloats * rows + 16), rowFloats_(rowFloats) {
+  AlignedRows(size_t rowFloats, size_t rows) : rowFloats_(rowFloats) {
+    const size_t floats = rowFloats * rows + 16;
+    std::vector<std::vector<float>>& pool = spare();
+    auto fit = std::find_if(pool.begin(), pool.end(), [&](const auto& v) { return v.capacity() >= floats; });
+    if (fit != pool.end()) {
+      storage_ = std::move(*fit);
+      pool.erase(fit);
+    }
+    if (storage_.size() < floats) storage_.resize(floats);
     const auto address = reinterpret_cast<uintptr_t>(storage_.data());
     base_ = storage_.data() + ((64 - address % 64) % 64) / sizeof(float);
   }
+  ~AlignedRows() {
+    std::vector<std::vector<float>>& pool = spare();
+    size_t kept = storage_.capacity();
+    for (const auto& v : pool) kept += v.capacity();
+    if (storage_.capacity() > 0 && kept * sizeof(float) <= kSpareBytes) pool.push_back(std::move(storage_));
+  }
+  AlignedRows(AlignedRows&&) noexcept = default;
+  AlignedRows(const AlignedRows&) = delete;
+  AlignedRows& operator=(const AlignedRows&) = delete;
+
   float* row(size_t i) { return base_ + i * rowFloats_; }
   const float* row(size_t i) const { return base_ + i * rowFloats_; }
 
  private:
+  static constexpr size_t kSpareBytes = size_t(48) << 20;  // kept per thread at most
+  static std::vector<std::vector<float>>& spare() {
+    thread_local std::vector<std::vector<float>> pool;
+    return pool;
+  }
   std::vector<float> storage_;
   size_t rowFloats_;
   float* base_;
@@ -530,16 +555,21 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
 
   // In place, the input rows a band reads beyond itself are taken before any
   // band writes its own.
-  std::vector<Image> above(static_cast<size_t>(bands)), below(static_cast<size_t>(bands));
+  // Per band: the rows [y0 - reach, y0) and [y1, y1 + reach), clamped to the image.
+  const size_t rowFloats = blur::paddedFloats(size_t(sb.width) * 4);
+  std::vector<AlignedRows> above, below;
   if (inPlace) {
+    for (int b = 0; b < bands; ++b) {
+      above.emplace_back(rowFloats, size_t(reach));
+      below.emplace_back(rowFloats, size_t(reach));
+    }
     parallelFor(0, bands, 1, [&](int b0, int b1) {
       for (int b = b0; b < b1; ++b) {
         const int y0 = bandStart(b), y1 = bandStart(b + 1);
-        const int top = std::max(sb.y, y0 - reach), bottom = std::min(sb.bottom(), y1 + reach);
-        above[size_t(b)] = Image::uninitialized(Rect{sb.x, top, sb.width, y0 - top});
-        below[size_t(b)] = Image::uninitialized(Rect{sb.x, y1, sb.width, bottom - y1});
-        for (int y = top; y < y0; ++y) std::memcpy(above[size_t(b)].row(y), from.row(y), rowBytes);
-        for (int y = y1; y < bottom; ++y) std::memcpy(below[size_t(b)].row(y), from.row(y), rowBytes);
+        for (int y = std::max(sb.y, y0 - reach); y < y0; ++y)
+          std::memcpy(above[size_t(b)].row(size_t(y - (y0 - reach))), from.row(y), rowBytes);
+        for (int y = y1; y < std::min(sb.bottom(), y1 + reach); ++y)
+          std::memcpy(below[size_t(b)].row(size_t(y - y1)), from.row(y), rowBytes);
       }
     });
   }
@@ -562,12 +592,12 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
       }
       // The band's rows, from the first pass's input until the last pass
       // hands them on.
-      AlignedRows rows(blur::paddedFloats(size_t(sb.width) * 4), size_t(lag));
+      AlignedRows rows(rowFloats, size_t(lag));
       PassEngine& first = *engines[0];
       for (int y = first.firstInput(); y < first.endInput(); ++y) {
         const float* src = !inPlace || (y >= y0 && y < y1) ? from.row(y)
-                           : y < y0                         ? above[size_t(b)].row(y)
-                                                            : below[size_t(b)].row(y);
+                           : y < y0                         ? above[size_t(b)].row(size_t(y - (y0 - reach)))
+                                                            : below[size_t(b)].row(size_t(y - y1));
         float* row = rows.row(size_t(y) % size_t(lag));
         std::memcpy(row, src, rowBytes);
         first.push(y, row);
