@@ -4,27 +4,15 @@
 #include "render/blur_simd.h"
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
+#include "every_target.h"
+
 namespace vg::blur {
 namespace {
-
-// Runs fn once on every instruction set Highway compiled.
-template <class Fn>
-void onEveryTarget(const Fn& fn) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
-    fn();
-  }
-}
 
 std::vector<float> randomFloats(size_t n, unsigned seed) {
   std::mt19937 rng(seed);
@@ -42,7 +30,7 @@ std::vector<float> weightsFor(int count) {
 
 TEST(BlurSums, ConvolveLineOnEveryInstructionSetAndTapCount) {
   const size_t n = 4 * 67;  // not a whole number of blocks
-  onEveryTarget([&] {
+  test::onEveryTarget([&] {
     for (int count = 3; count <= 49; count += 2) {
       SCOPED_TRACE(count);
       const std::vector<float> w = weightsFor(count);
@@ -70,7 +58,7 @@ TEST(BlurSums, ConvolveLineOnEveryInstructionSetAndTapCount) {
 
 TEST(BlurSums, NeighbouringRowSumsAgreeWithSingleOnes) {
   const size_t n = 4 * 21 + 3;
-  onEveryTarget([&] {
+  test::onEveryTarget([&] {
     for (int count = 3; count <= 49; count += 2) {
       SCOPED_TRACE(count);
       const std::vector<float> w = weightsFor(count);

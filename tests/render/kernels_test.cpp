@@ -2,7 +2,6 @@
 // behaviour a photographer relies on (neutral values, clamping, NaN, the
 // documented edge cases of each kernel).
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <cmath>
 #include <cstring>
@@ -14,6 +13,7 @@
 
 #include "render/kernel_math.h"
 #include "render/kernels.h"
+#include "every_target.h"
 
 namespace vg::kernels {
 namespace {
@@ -226,9 +226,6 @@ TEST(Kernels, FastPathAgreesWithReferenceOnUnitData) {
 // and near-white ends (where the tone kernel's power approximation is at its
 // limits), and without NaN on hostile input.
 TEST(Kernels, EveryCompiledInstructionSetAgreesWithReference) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
   auto hostile = randomRows(5, -2.0f, 3.0f);
   for (auto& r : hostile) {
@@ -236,9 +233,7 @@ TEST(Kernels, EveryCompiledInstructionSetAgreesWithReference) {
       if (i % 4 != 3 && i % 3 == 0) r.px[i] = std::array<float, 5>{nan, inf, -inf, -0.0f, 1e30f}[i / 3 % 5];
     }
   }
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  test::onEveryTarget([&] {
     for (const auto& c : allCases()) {
       SCOPED_TRACE(c.name);
       EXPECT_LE(maxDifference(c.fast, c.ref, randomRows(7), c.writesAlpha), 1e-5f);
@@ -254,21 +249,13 @@ TEST(Kernels, EveryCompiledInstructionSetAgreesWithReference) {
         }
       }
     }
-  }
+  });
 }
 
-// A chain of point kernels keeps a piece of a row in planes from one kernel
-// to the next; each kernel must compute there exactly what it computes on the
-// row, on every compiled instruction set, hostile values included.
 // Dehaze reads only the R of its aux image; with a grey aux row of those
 // values it computes the same bits, on every compiled instruction set.
 TEST(Kernels, DehazeWithAGreyAuxEqualsItsRedChannel) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  test::onEveryTarget([&] {
     for (float amount : {-0.6f, 0.5f}) {
       for (auto& r : randomRows(13, -0.5f, 1.5f)) {
         std::vector<float> grey(size_t(r.n()));
@@ -279,21 +266,19 @@ TEST(Kernels, DehazeWithAGreyAuxEqualsItsRedChannel) {
         ASSERT_EQ(0, std::memcmp(viaRgba.data(), viaGrey.data(), viaRgba.size() * sizeof(float))) << r.n();
       }
     }
-  }
+  });
 }
 
+// A chain of point kernels keeps a piece of a row in planes from one kernel
+// to the next; each kernel must compute there exactly what it computes on the
+// row, on every compiled instruction set, hostile values included.
 TEST(Kernels, PlanarRunsComputeWhatRowsCompute) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
   auto rows = randomRows(11);
   auto hostile = randomRows(12, -3.0f, 4.0f);
   for (auto& r : hostile) r.px[0] = std::numeric_limits<float>::quiet_NaN();
   rows.insert(rows.end(), hostile.begin(), hostile.end());
   int planarKernels = 0;
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  test::onEveryTarget([&] {
     for (const auto& c : allCases()) {
       if (!c.planar) continue;
       ++planarKernels;
@@ -312,7 +297,7 @@ TEST(Kernels, PlanarRunsComputeWhatRowsCompute) {
             << r.n() << " pixels at " << r.x;
       }
     }
-  }
+  });
   EXPECT_GE(planarKernels, 9);
 }
 

@@ -1,7 +1,6 @@
 // The .cube loader: accepted forms, every rejection with its exact message,
 // the file-size limit, encodings; then applying a LUT.
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <cmath>
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include "render/lut_loader.h"
 #include "render/parallel.h"
 #include "render/srgb.h"
+#include "every_target.h"
 #include "support/test_support.h"
 
 namespace vg {
@@ -287,39 +287,29 @@ std::vector<float> randomPixels(uint32_t seed, int n, float lo, float hi) {
 // entries (the decoding's linear toe) within a small relative error, and so
 // far domains and huge entries, which take the power's wide-range fallback.
 TEST(LUTApply, EveryCompiledInstructionSetAgreesWithReference) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
   const ParsedLUT unit = randomCube(1, 17, "", 0.0f, 1.0f);
   const ParsedLUT darkCube = randomCube(11, 9, "", 0.0f, 0.045f);  // decodes on the linear toe
   const ParsedLUT wide = randomCube(2, 9, "DOMAIN_MIN -2 0 0.5\nDOMAIN_MAX 300 1e6 3\n", -0.5f, 4000.0f);
   std::vector<float> unitPx = randomPixels(3, 203, 0.0f, 1.0f);
   std::vector<float> dark = randomPixels(4, 67, 0.0f, 0.01f);    // around the linear toe
   std::vector<float> wideIn = randomPixels(5, 67, -5.0f, 1e7f);  // beyond every octave table
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  test::onEveryTarget([&] {
     EXPECT_LE(worstRelativeDifference(prepareLUT(unit), unitPx), 1e-5f);
     EXPECT_LE(worstRelativeDifference(prepareLUT(unit), dark), 1e-5f);
     EXPECT_LE(worstRelativeDifference(prepareLUT(darkCube), unitPx, 1e-3f), 1e-4f);
     EXPECT_LE(worstRelativeDifference(prepareLUT(wide), unitPx), 1e-4f);
     EXPECT_LE(worstRelativeDifference(prepareLUT(wide), wideIn), 1e-4f);
-  }
+  });
 }
 
 TEST(LUTApply, HostilePixelsGiveFiniteColoursOnEveryInstructionSet) {
-  struct RestoreTargets {
-    ~RestoreTargets() { hwy::SetSupportedTargetsForTest(0); }
-  } restore;
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
   const float specials[] = {nan, inf, -inf, -0.0f, 1e30f, -1e30f, 1e-40f, -3.0f, 2.5f};
   std::vector<float> px;
   for (float c : specials)
     for (float a : {1.0f, 0.5f, 1e-40f, 0.0f, nan}) px.insert(px.end(), {c, 0.5f, specials[size_t(px.size()) % 9], a});
   const ParsedLUT luts[] = {randomCube(6, 5, "", 0.0f, 1.0f), randomCube(7, 4, "DOMAIN_MIN -1 0 0\nDOMAIN_MAX 2 5 1\n", 0.0f, 1.0f)};
-  for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    hwy::SetSupportedTargetsForTest(target);
-    SCOPED_TRACE(hwy::TargetName(target));
+  test::onEveryTarget([&] {
     for (const ParsedLUT& lut : luts) {
       std::vector<float> out = px;
       lutApply(prepareLUT(lut), kernels::KernelRow{out.data(), nullptr, int(out.size() / 4), 0, 0});
@@ -329,7 +319,7 @@ TEST(LUTApply, HostilePixelsGiveFiniteColoursOnEveryInstructionSet) {
         ASSERT_TRUE(out[i] >= 0.0f && out[i] <= 1.0f) << "element " << i << " is " << out[i];
       }
     }
-  }
+  });
 }
 
 TEST(LUTApply, ResultDoesNotDependOnPositionOrThreads) {
