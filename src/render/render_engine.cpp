@@ -30,29 +30,20 @@ namespace vg {
 // stages keep a piece of a row de-interleaved from one to the next.
 using PlanarFn = std::function<void(const kernels::PlanarRow&)>;
 
-// A full pass may also be able to read its input from another image of the
-// same bounds (`fullFrom`), so that a first pass over an unchanged source
-// needs no copy of it made first.
 using FullFn = std::function<void(Image&, const RowFn& after)>;
-using FullFromFn = std::function<void(const Image& from, Image& image, const RowFn& after)>;
 
 struct RenderEngine::Stage {
   RowFn point;
   PlanarFn planar;
   FullFn full;
-  FullFromFn fullFrom;
   int halo = 0;  // how far a full pass reads beyond a pixel
   // A blur-and-kernel pass (blurStage): consecutive ones run as one sweep
-  // (gaussianBlurChain).
+  // (gaussianBlurChain), and a first one may read an unchanged source itself.
   float blurSigma = 0;
   RowFn blurKernel;
 
-  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, {}, 0, 0, {}}; }
-  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), {}, halo, 0, {}}; }
-  static Stage fullStageFrom(FullFromFn fn, int halo) {
-    FullFn inPlace = [fn](Image& image, const RowFn& after) { fn(image, image, after); };
-    return {{}, {}, std::move(inPlace), std::move(fn), halo, 0, {}};
-  }
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0, 0, {}}; }
+  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), halo, 0, {}}; }
 };
 
 using Stage = RenderEngine::Stage;
@@ -125,8 +116,8 @@ RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
 // Runs `stages` over `image` in place. `produce(image, y0, y1)`, when given,
 // first fills rows [y0, y1) (the geometry), fused with the leading point
 // stages; every full pass carries the point stages after it. `copyOf`, when
-// given, is an image of the same bounds that `produce` would copy: a first
-// full pass that can read it directly does so instead.
+// given, is an image of the same bounds that `produce` would copy: leading
+// blur passes read it directly instead.
 void runStages(Image& image, const std::vector<Stage>& stages,
                const std::function<void(Image&, int, int)>& produce = {}, const Image* copyOf = nullptr) {
   const Rect b = image.bounds();
@@ -135,9 +126,9 @@ void runStages(Image& image, const std::vector<Stage>& stages,
   while (i < stages.size() && stages[i].point) ++i;
   const RowFn leading = fusedPoints(stages, 0, i);
   // Consecutive blur passes from stage k (with the point stages after each)
-  // as one chain, when there are two or more; *end is set past them.
+  // as one chain, when there are at least `least`; *end is set past them.
   std::vector<RowFn> afters;
-  auto chainFrom = [&](size_t k, size_t* end) {
+  auto chainFrom = [&](size_t k, size_t* end, size_t least) {
     std::vector<BlurPass> chain;
     afters.clear();
     afters.reserve(stages.size());
@@ -157,12 +148,12 @@ void runStages(Image& image, const std::vector<Stage>& stages,
                        }});
       *end = k = j;
     }
-    if (chain.size() < 2) chain.clear();
+    if (chain.size() < least) chain.clear();
     return chain;
   };
   size_t chainEnd = 0;
   std::vector<BlurPass> chain;
-  if (copyOf && i == 0 && copyOf->bounds() == b && !(chain = chainFrom(0, &chainEnd)).empty()) {
+  if (copyOf && i == 0 && copyOf->bounds() == b && !(chain = chainFrom(0, &chainEnd, 1)).empty()) {
     try {
       gaussianBlurChain(*copyOf, image, chain);
       i = chainEnd;
@@ -170,22 +161,6 @@ void runStages(Image& image, const std::vector<Stage>& stages,
       logLine(kKernelApplyFailed);
       parallelRows(b, kGrainRows, [&](int y0, int y1) { produce(image, y0, y1); });
     }
-  } else if (copyOf && i == 0 && !stages.empty() && stages[0].fullFrom && copyOf->bounds() == b) {
-    size_t j = 1;
-    while (j < stages.size() && stages[j].point) ++j;
-    const RowFn after = fusedPoints(stages, 1, j);
-    bool done = false;
-    try {
-      stages[0].fullFrom(*copyOf, image, after);
-      done = true;
-    } catch (const std::exception&) {
-      logLine(kKernelApplyFailed);
-    }
-    if (!done) {  // as if the pass had failed after the copy
-      parallelRows(b, kGrainRows, [&](int y0, int y1) { produce(image, y0, y1); });
-      if (after) forEachRow(image, after);
-    }
-    i = j;
   } else if (produce || leading) {
     parallelRows(b, kGrainRows, [&](int y0, int y1) {
       if (produce) produce(image, y0, y1);
@@ -194,7 +169,7 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     });
   }
   while (i < stages.size()) {
-    if (!(chain = chainFrom(i, &chainEnd)).empty()) {
+    if (!(chain = chainFrom(i, &chainEnd, 2)).empty()) {
       try {
         gaussianBlurChain(image, image, chain);
       } catch (const std::exception&) {
@@ -229,13 +204,10 @@ int totalHalo(const std::vector<Stage>& stages) {
 // its extent), then a kernel reading it as its second image, row by row in
 // place as the blur streams.
 Stage blurStage(double sigma, RowFn kernel) {
-  RowFn chained = kernel;
-  Stage st = Stage::fullStageFrom(
-      [sigma, kernel = std::move(kernel)](const Image& from, Image& image, const RowFn& after) {
+  Stage st = Stage::fullStage(
+      [sigma, kernel](Image& image, const RowFn& after) {
         const Rect b = image.bounds();
-        const bool inPlace = &from == &image;
-        gaussianBlurRows(from, float(sigma), b, [&](int y, const float* blurred) {
-          if (!inPlace) std::memcpy(image.row(y), from.row(y), size_t(b.width) * 4 * sizeof(float));
+        gaussianBlurRows(image, float(sigma), b, [&](int y, const float* blurred) {
           kernels::KernelRow row{image.row(y), blurred, b.width, b.x, y};
           kernel(row);
           row.aux = nullptr;
@@ -244,7 +216,7 @@ Stage blurStage(double sigma, RowFn kernel) {
       },
       blurReach(sigma));
   st.blurSigma = float(sigma);
-  st.blurKernel = std::move(chained);
+  st.blurKernel = std::move(kernel);
   return st;
 }
 
