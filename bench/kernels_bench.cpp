@@ -15,6 +15,7 @@
 #include <functional>
 #include <random>
 
+#include "render/blur_simd.h"
 #include "render/curve_lut.h"
 #include "render/gaussian_blur.h"
 #include "render/image.h"
@@ -162,6 +163,56 @@ void BM_gaussianBlur(benchmark::State& state) {
   report(state);
 }
 BENCHMARK(BM_gaussianBlur)->Args({16, 2})->Args({60, 2})->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+// The heavy recipe's four detail blurs (denoise, colour denoise, defringe,
+// texture at sigma 1.6, 2.4, 1.2 and 2.2) run as one chain over a 2400 x 1600
+// preview, in place, with kernels that leave the row as it is: the blurs'
+// own cost inside a render.
+void BM_blurChain(benchmark::State& state) {
+  ScopedThreadLimit limit(2);
+  Buffers& b = buffers();
+  const Rect r{0, 0, 2400, 1600};
+  Image image = Image::uninitialized(r);
+  for (int y = 0; y < r.height; ++y) std::memcpy(image.row(y), b.src.row(y), size_t(r.width) * 16);
+  std::vector<BlurPass> passes;
+  for (float sigma : {1.6f, 2.4f, 1.2f, 2.2f})
+    passes.push_back({sigma, [](float* row, const float* blurred, int) { benchmark::DoNotOptimize(row[0] + blurred[0]); }});
+  for (auto _ : state) gaussianBlurChain(image, image, passes);
+  state.counters["MP/s"] = benchmark::Counter(double(r.area()) / 1e6 * double(state.iterations()), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_blurChain)->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(1.0);
+
+// The blur's two sums over 2400-pixel RGBA rows: one row into one (it stays in
+// the first-level cache), and the vertical sums of as many rows as share
+// their taps. Argument: the tap count.
+void BM_convolveLine(benchmark::State& state) {
+  const int taps = int(state.range(0));
+  const size_t n = 2400 * 4;
+  std::vector<float> x(n + size_t(taps) * 4 + 64, 0.5f), w(size_t(taps), 1.0f / float(taps)), out(n + 64);
+  for (auto _ : state) {
+    blur::convolveLine(x.data(), w.data(), taps, 4, out.data(), n);
+    benchmark::DoNotOptimize(out.data());
+  }
+}
+BENCHMARK(BM_convolveLine)->Arg(9)->Arg(11)->Arg(13)->Arg(15)->Arg(17)->Unit(benchmark::kNanosecond);
+
+void BM_symmetricSumRows(benchmark::State& state) {
+  const int taps = int(state.range(0));
+  const size_t n = 2400 * 4;
+  constexpr int J = blur::kMaxSumRows;
+  std::vector<std::vector<float>> rows(size_t(taps + J - 1), std::vector<float>(n + 64, 0.5f));
+  std::vector<const float*> p;
+  for (const auto& r : rows) p.push_back(r.data());
+  std::vector<float> w(size_t(taps), 1.0f / float(taps));
+  std::vector<std::vector<float>> out(J, std::vector<float>(n + 64));
+  float* o[J];
+  for (int j = 0; j < J; ++j) o[j] = out[size_t(j)].data();
+  for (auto _ : state) {
+    blur::symmetricSumRows(p.data(), w.data(), taps, o, J, n);
+    benchmark::DoNotOptimize(o[0]);
+  }
+}
+BENCHMARK(BM_symmetricSumRows)->Arg(11)->Arg(17)->Unit(benchmark::kNanosecond);
 
 // The scalar references of the two slowest kernels, for scale.
 void BM_curvesRef(benchmark::State& state) {

@@ -76,13 +76,14 @@ struct SymmetricSumRowsFixed {
     const size_t end = paddedFloats(n);
     for (size_t i = 0; i < end; i += hn::Lanes(d)) SymmetricSumRowsAt<T, J>(d, rows, w, out, i);
   }
+  // Eight outputs at once, fewer by fours, twos and ones (each output's sum
+  // is the same however many share its rows).
   static void Run(int, const float* const* rows, const float* w, float* const* out, int outputs, size_t n) {
-    switch (outputs) {
-      case 1: return Outputs<1>(rows, w, out, n);
-      case 2: return Outputs<2>(rows, w, out, n);
-      case 3: return Outputs<3>(rows, w, out, n);
-      default: return Outputs<4>(rows, w, out, n);
-    }
+    if (outputs >= 8) return Outputs<8>(rows, w, out, n);
+    int j = 0;
+    if (outputs - j >= 4) Outputs<4>(rows + j, w, out + j, n), j += 4;
+    if (outputs - j >= 2) Outputs<2>(rows + j, w, out + j, n), j += 2;
+    if (outputs - j >= 1) Outputs<1>(rows + j, w, out + j, n);
   }
 };
 
@@ -135,6 +136,47 @@ HWY_INLINE void ConvolveAt(D d, const float* x, const float* w, float* out) {
   Unroll<J>([&](auto j) HWY_ATTR { hn::StoreU(acc[j], d, out + size_t(j) * hn::Lanes(d)); });
 }
 
+#if HWY_TARGET <= HWY_AVX3
+// ConvolveAt for RGBA on 16-lane vectors, J outputs: the same sums, but the
+// vectors at positions between two whole vectors from x are shifted together
+// from those two in registers (valignd) instead of loaded again. Most of them
+// would straddle two cache lines, and the loads, not the multiply-adds, would
+// set the pace. Positions in the last whole vector's span are loaded, so that
+// nothing past the last tap's pixels is read.
+template <int T, int J>
+HWY_INLINE void ConvolveRgbaShifted(const float* x, const float* w, float* out) {
+  const hn::ScalableTag<float> d;
+  using V = hn::Vec<decltype(d)>;
+  static_assert(hn::MaxLanes(d) == 16);
+  constexpr int P = T + 4 * (J - 1);  // pixel positions the J outputs read
+  constexpr int lastBlock = (P - 1) / 4;
+  V acc[J];
+  V lo = hn::LoadU(d, x), hi = lo;
+  Unroll<P>([&](auto q) HWY_ATTR {
+    constexpr int m = int(q) / 4, s = int(q) % 4;
+    V v;
+    if constexpr (s == 0) {
+      if constexpr (m > 0) lo = hi;
+      if constexpr (m < lastBlock) hi = hn::LoadU(d, x + 16 * size_t(m + 1));
+      v = lo;
+    } else if constexpr (m < lastBlock) {
+      v = V{_mm512_castsi512_ps(_mm512_alignr_epi32(_mm512_castps_si512(hi.raw), _mm512_castps_si512(lo.raw), 4 * s))};
+    } else {
+      v = hn::LoadU(d, x + 4 * size_t(q));
+    }
+    Unroll<J>([&](auto j) HWY_ATTR {
+      constexpr int t = int(q) - 4 * int(j);
+      if constexpr (t == 0) {
+        acc[j] = hn::Mul(hn::Set(d, w[0]), v);
+      } else if constexpr (t > 0 && t < T) {
+        acc[j] = hn::MulAdd(hn::Set(d, w[t]), v, acc[j]);
+      }
+    });
+  });
+  Unroll<J>([&](auto j) HWY_ATTR { hn::StoreU(acc[j], d, out + size_t(j) * 16); });
+}
+#endif
+
 // Any tap count, one tap after another.
 HWY_INLINE void ConvolveLoop(int count, const float* x, const float* w, int channels, float* out, size_t n) {
   const hn::ScalableTag<float> d;
@@ -156,6 +198,11 @@ struct ConvolveFixed {
     size_t i = 0;
     if constexpr (T > 0 && N % 4 == 0) {
       if (channels == 4) {  // several pixels per vector: outputs share their loads
+#if HWY_TARGET <= HWY_AVX3
+        for (; i + 8 * N <= end; i += 8 * N) ConvolveRgbaShifted<T, 8>(x + i, w, out + i);
+#else
+        for (; i + 8 * N <= end; i += 8 * N) ConvolveAt<T, 4, 8>(d, x + i, w, out + i);
+#endif
         for (; i + 4 * N <= end; i += 4 * N) ConvolveAt<T, 4, 4>(d, x + i, w, out + i);
         for (; i < end; i += N) ConvolveAt<T, 4, 1>(d, x + i, w, out + i);
         return;

@@ -18,7 +18,7 @@ inline size_t paddedFloats(size_t n) { return (n + kRowPadFloats - 1) / kRowPadF
 // summed in ascending k (count + outputs - 1 rows in all). Neighbouring sums
 // share their loads. The rows must not overlap any out[j]. The arithmetic for
 // a position depends only on its inputs, not on how many outputs share a call.
-inline constexpr int kMaxSumRows = 4;
+inline constexpr int kMaxSumRows = 8;
 void symmetricSumRows(const float* const* rows, const float* weights, int count, float* const* out, int outputs,
                       size_t n);
 
