@@ -1,4 +1,4 @@
-// Highway implementation of blur_simd.h: four vectors of outputs stay in
+// Highway implementation of blur_simd.h: up to eight vectors of outputs stay in
 // registers while the taps stream past them.
 #include "render/blur_simd.h"
 

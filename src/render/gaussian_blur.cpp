@@ -349,11 +349,12 @@ void streamDirect(const DirectFilter& f, const Plane& src, const Rect& out, cons
 //
 // One engine per pass and band: it takes the pass's input rows in ascending
 // order, and their horizontal blurs in a ring; as soon as the taps of a group
-// of output rows are all there it makes them (four at a time, which share
-// their taps), applies the pass to the input rows in place and hands them
-// on: to the next pass, or, for the last, to the image. The rows themselves
-// live in one ring of the band's (the engines pass pointers), long enough
-// that a row is still there when the last pass hands it to the image.
+// of output rows are all there it makes them (up to kMaxSumRows at a time,
+// which share their taps), applies the pass to the input rows in place and
+// hands them on: to the next pass, or, for the last, to the image. The
+// engines pass pointers: a band's own rows are the image's, the rows around
+// it copies in one ring of the band's, long enough that a row is still there
+// when the last pass is done with it.
 
 class PassEngine {
  public:
@@ -583,23 +584,32 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
         lag += PassEngine::lag(filters[k]);
         PassEngine::Emit emit;
         if (k + 1 == K) {
-          emit = [&](int y, float* row) { std::memcpy(image.row(y), row, rowBytes); };
+          emit = [&](int y, float* row) {
+            if (row != image.row(y)) std::memcpy(image.row(y), row, rowBytes);
+          };
         } else {
           emit = [next = engines[k + 1].get()](int y, float* row) { next->push(y, row); };
         }
         engines[k] = std::make_unique<PassEngine>(filters[k], passes[k].apply, sb, std::max(sb.y, y0 - H[k]),
                                                   std::min(sb.bottom(), y1 + H[k]), std::move(emit));
       }
-      // The band's rows, from the first pass's input until the last pass
-      // hands them on.
+      // The band's own rows go through the passes in the image's rows, where
+      // the last pass leaves them; the rows around it, which the band only
+      // reads, in a ring of copies that lasts until the last pass is done
+      // with them.
       AlignedRows rows(rowFloats, size_t(lag));
       PassEngine& first = *engines[0];
       for (int y = first.firstInput(); y < first.endInput(); ++y) {
-        const float* src = !inPlace || (y >= y0 && y < y1) ? from.row(y)
-                           : y < y0                         ? above[size_t(b)].row(size_t(y - (y0 - reach)))
-                                                            : below[size_t(b)].row(size_t(y - y1));
-        float* row = rows.row(size_t(y) % size_t(lag));
-        std::memcpy(row, src, rowBytes);
+        float* row = image.row(y);
+        if (y < y0 || y >= y1) {
+          row = rows.row(size_t(y) % size_t(lag));
+          std::memcpy(row, !inPlace ? from.row(y)
+                           : y < y0 ? above[size_t(b)].row(size_t(y - (y0 - reach)))
+                                    : below[size_t(b)].row(size_t(y - y1)),
+                      rowBytes);
+        } else if (!inPlace) {
+          std::memcpy(row, from.row(y), rowBytes);
+        }
         first.push(y, row);
       }
     }
