@@ -1,8 +1,12 @@
 #include "render/reduced_lowpass.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <stdexcept>
 #include <vector>
 
 #include "render/gaussian_blur.h"
@@ -71,82 +75,155 @@ VG_ROW_CLONES void lerpRows(const float* a, const float* b, float t, float* out,
 int darkChannelFactor(double sigma) { return sigma >= 12 ? 4 : sigma >= 6 ? 2 : 1; }
 double darkChannelSigma(double sigma, int f) { return std::sqrt(std::max(0.25, (sigma / f) * (sigma / f) - 1.0 / 6)); }
 
-ReducedLowpass::ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma)
-    : source_(source), outputRect_(outputRect), scale_(scale) {
-  const Rect b = image.bounds();
+// The cell rows' sums while their source rows come in. A cell row sums its
+// rows in ascending order: a row that comes before its turn is kept as a copy
+// until the rows before it have been summed.
+struct ReducedLowpass::Collector {
+  struct CellRow {
+    std::mutex lock;
+    size_t next = 0;                          // the span's next row to sum
+    std::vector<float> acc;                   // the sum so far (allocated at the first row)
+    std::map<int, std::vector<float>> early;  // rows before their turn, RGBA
+  };
+  Rect image;
+  std::vector<Span> sx, sy;
+  std::unique_ptr<CellRow[]> cells;
+  std::atomic<int> finished{0};
+};
+
+ReducedLowpass::ReducedLowpass(const Rect& b, const Rect& outputRect, double scale, Source source, double sigma)
+    : source_(source), outputRect_(outputRect), scale_(scale), sigma_(sigma), collector_(std::make_unique<Collector>()) {
   const double cell = 1.0 / scale;
   auto cellOf = [&](double x, int origin) { return int(std::floor((x - origin) * scale)); };
   Rect small{cellOf(b.x, outputRect.x), cellOf(b.y, outputRect.y), 0, 0};
   small.width = cellOf(b.right() - 1e-9, outputRect.x) + 1 - small.x;
   small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
   bounds_ = small;
-  const std::vector<Span> sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
-  const std::vector<Span> sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
-  const bool dark = source == Source::DarkChannel;
-  if (dark) {
+  Collector& c = *collector_;
+  c.image = b;
+  c.sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
+  c.sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
+  c.cells = std::make_unique<Collector::CellRow[]>(size_t(small.height));
+  if (source == Source::DarkChannel) {
     dark_ = GreyImage(small);
   } else {
     colour_ = Image::uninitialized(small);
   }
+  for (int r = 0; r < small.height; ++r) {
+    if (!c.sy[size_t(r)].w.empty()) continue;  // no row of the image in it
+    reduceColumns(r, std::vector<float>(size_t(b.width) * 4, 0.0f).data());
+    ++c.finished;
+  }
+}
 
-  // Rows first (a cell row is the weighted sum of its source rows, one
-  // float per pixel for the dark channel), then the columns of that sum.
-  parallelRows(small, 1, [&](int y0, int y1) {
-    std::vector<float> acc(size_t(b.width) * (dark ? 1 : 4));
-    for (int y = y0; y < y1; ++y) {
-      const Span& vy = sy[size_t(y - small.y)];
-      std::fill(acc.begin(), acc.end(), 0.0f);
-      for (size_t k = 0; k < vy.w.size(); ++k) {
-        const float* row = image.row(vy.first + int(k));
-        if (dark) {
-          accumulateMinimum(acc.data(), row, vy.w[k], b.width);
-        } else {
-          accumulate(acc.data(), row, vy.w[k], acc.size());
-        }
-      }
-      if (dark) {
-        float* dst = dark_.row(y);
-        for (int x = 0; x < small.width; ++x) {
-          const Span& vx = sx[size_t(x)];
-          float v = 0;
-          for (size_t k = 0; k < vx.w.size(); ++k) v += vx.w[k] * acc[size_t(vx.first + int(k) - b.x)];
-          dst[x] = v;
-        }
-      } else {
-        float* dst = colour_.row(y);
-        for (int x = 0; x < small.width; ++x) {
-          const Span& vx = sx[size_t(x)];
-          float px[4] = {0, 0, 0, 0};
-          for (size_t k = 0; k < vx.w.size(); ++k) {
-            const float* p = acc.data() + size_t(vx.first + int(k) - b.x) * 4;
-            for (int c = 0; c < 4; ++c) px[c] += vx.w[k] * p[c];
-          }
-          std::copy_n(px, 4, dst + size_t(x) * 4);
-        }
-      }
-    }
+ReducedLowpass::ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma)
+    : ReducedLowpass(image.bounds(), outputRect, scale, source, sigma) {
+  addAll(image);
+}
+
+void ReducedLowpass::addAll(const Image& image) {
+  parallelRows(image.bounds(), 8, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) add(y, image.row(y));
   });
+  finish();
+}
 
+ReducedLowpass::~ReducedLowpass() = default;
+
+void ReducedLowpass::add(int y, const float* rgba) {
+  Collector& c = *collector_;
+  const int width = c.image.width;
+  const bool dark = source_ == Source::DarkChannel;
+  // The cell rows whose spans hold row y: at most two neighbours (cells are
+  // at least a pixel high).
+  const int guess = std::clamp(int(std::floor((y - outputRect_.y) * scale_)) - bounds_.y, 0, bounds_.height - 1);
+  for (int r = std::max(0, guess - 1); r <= std::min(bounds_.height - 1, guess + 1); ++r) {
+    const Span& span = c.sy[size_t(r)];
+    if (y < span.first || y >= span.first + int(span.w.size())) continue;
+    Collector::CellRow& cell = c.cells[size_t(r)];
+    std::lock_guard<std::mutex> hold(cell.lock);
+    if (y != span.first + int(cell.next)) {
+      cell.early.emplace(y, std::vector<float>(rgba, rgba + size_t(width) * 4));
+      continue;
+    }
+    auto sum = [&](const float* row) {
+      if (cell.acc.empty()) cell.acc.assign(size_t(width) * (dark ? 1 : 4), 0.0f);
+      const float w = span.w[cell.next++];
+      if (dark) {
+        accumulateMinimum(cell.acc.data(), row, w, width);
+      } else {
+        accumulate(cell.acc.data(), row, w, cell.acc.size());
+      }
+    };
+    sum(rgba);
+    while (!cell.early.empty() && cell.early.begin()->first == span.first + int(cell.next)) {
+      sum(cell.early.begin()->second.data());
+      cell.early.erase(cell.early.begin());
+    }
+    if (cell.next == span.w.size()) {
+      reduceColumns(r, cell.acc.data());
+      std::vector<float>().swap(cell.acc);
+      ++c.finished;
+    }
+  }
+}
+
+// Grid row bounds_.y + r from the sum of its source rows: the weighted sums
+// of each cell's columns.
+void ReducedLowpass::reduceColumns(int r, const float* acc) {
+  const Collector& c = *collector_;
+  const int x0 = c.image.x;
+  if (source_ == Source::DarkChannel) {
+    float* dst = dark_.row(bounds_.y + r);
+    for (int x = 0; x < bounds_.width; ++x) {
+      const Span& vx = c.sx[size_t(x)];
+      float v = 0;
+      for (size_t k = 0; k < vx.w.size(); ++k) v += vx.w[k] * acc[size_t(vx.first + int(k) - x0)];
+      dst[x] = v;
+    }
+    return;
+  }
+  float* dst = colour_.row(bounds_.y + r);
+  for (int x = 0; x < bounds_.width; ++x) {
+    const Span& vx = c.sx[size_t(x)];
+    float px[4] = {0, 0, 0, 0};
+    for (size_t k = 0; k < vx.w.size(); ++k) {
+      const float* p = acc + size_t(vx.first + int(k) - x0) * 4;
+      for (int ch = 0; ch < 4; ++ch) px[ch] += vx.w[k] * p[ch];
+    }
+    std::copy_n(px, 4, dst + size_t(x) * 4);
+  }
+}
+
+void ReducedLowpass::finish() {
+  if (!collector_ || collector_->finished.load() != bounds_.height) {
+    throw std::logic_error("ReducedLowpass: rows of the image are missing");
+  }
+  collector_.reset();
+  const Rect small = bounds_;
+  const float sigma = float(sigma_);
+  const bool dark = source_ == Source::DarkChannel;
   // The blur, in place where it streams.
-  if (dark && gaussianBlurStreams(float(sigma))) {
-    gaussianBlurGreyRows(GreyRows::of(dark_), float(sigma), small,
+  if (dark && gaussianBlurStreams(sigma)) {
+    gaussianBlurGreyRows(GreyRows::of(dark_), sigma, small,
                          [&](int y, const float* row) { std::memcpy(dark_.row(y), row, size_t(small.width) * sizeof(float)); });
   } else if (dark) {  // a sigma too wide to stream (render scales above 1): through an RGBA copy
     Image rgba(small);
     for (int y = small.y; y < small.bottom(); ++y)
       for (int x = 0; x < small.width; ++x) rgba.row(y)[size_t(x) * 4] = dark_.row(y)[x];
-    rgba = gaussianBlur(rgba, float(sigma));
+    rgba = gaussianBlur(rgba, sigma);
     for (int y = small.y; y < small.bottom(); ++y)
       for (int x = 0; x < small.width; ++x) dark_.row(y)[x] = rgba.row(y)[size_t(x) * 4];
-  } else if (gaussianBlurStreams(float(sigma))) {
+  } else if (gaussianBlurStreams(sigma)) {
     const size_t bytes = size_t(small.width) * 4 * sizeof(float);
-    gaussianBlurRows(colour_, float(sigma), small, [&](int y, const float* row) { std::memcpy(colour_.row(y), row, bytes); });
+    gaussianBlurRows(colour_, sigma, small, [&](int y, const float* row) { std::memcpy(colour_.row(y), row, bytes); });
   } else {
-    colour_ = gaussianBlur(colour_, float(sigma));
+    colour_ = gaussianBlur(colour_, sigma);
   }
 }
 
 void ReducedLowpass::apply(Image& image, const RowFn& kernel, const RowFn& after) const {
+  if (collector_) throw std::logic_error("ReducedLowpass: applied before finish()");
   const Rect b = image.bounds();
   const Rect& sb = bounds_;
   const bool dark = source_ == Source::DarkChannel;

@@ -13,9 +13,16 @@
 // The enlargement goes along the rows of the grid first, into one wide row
 // per grid row a band needs, then between the two wide rows around each
 // output row.
+//
+// The reduction can be fed row by row by the pass that makes the rows (no
+// read of the whole picture of its own): add() takes each row of the image
+// once, from any thread and in any order, and every cell row still sums its
+// source rows in ascending order (rows that come early wait as copies), so
+// the grid is the same bits however the rows came.
 #pragma once
 
 #include <functional>
+#include <memory>
 
 #include "render/grey_image.h"
 #include "render/image.h"
@@ -34,6 +41,17 @@ class ReducedLowpass {
 
   // The reduction of `image` by `scale` (< 1), blurred by `sigma` grid cells.
   ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma);
+  // The same for an image of `bounds` whose rows come through add().
+  ReducedLowpass(const Rect& bounds, const Rect& outputRect, double scale, Source source, double sigma);
+  ~ReducedLowpass();
+
+  // Row y of the image (bounds.width RGBA pixels). Thread-safe.
+  void add(int y, const float* rgba);
+  // After the last add(): blurs the grid. Throws std::logic_error when a row
+  // is missing.
+  void finish();
+  // Every row of `image` (of the bounds given), in parallel, then finish().
+  void addAll(const Image& image);
 
   // Runs kernel over every row of image, in place, with the enlarged
   // low-pass as its aux row (RGBA pixels for Colour, one float per pixel for
@@ -43,12 +61,17 @@ class ReducedLowpass {
   const Rect& gridBounds() const { return bounds_; }
 
  private:
+  struct Collector;
+  void reduceColumns(int cellRow, const float* acc);
+
   Source source_;
   Rect outputRect_;
   double scale_;
   Rect bounds_;     // the grid's cells
   Image colour_;    // Colour: RGBA cells
   GreyImage dark_;  // DarkChannel: one float per cell
+  double sigma_;
+  std::unique_ptr<Collector> collector_;  // until finish()
 };
 
 // Dehaze's dark channel is blurred with sigma 6 s: below 6 pixels of sigma at

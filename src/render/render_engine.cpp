@@ -41,9 +41,15 @@ struct RenderEngine::Stage {
   // (gaussianBlurChain), and a first one may read an unchanged source itself.
   float blurSigma = 0;
   RowFn blurKernel;
+  // A pass on a reduced low-pass (reducedStage): `reduction(bounds)` makes
+  // the low-pass for an image of those bounds, which the pass before this one
+  // fills with its finished rows; `applyReduced` is then the pass itself.
+  // `full` does both on its own.
+  std::function<std::unique_ptr<ReducedLowpass>(const Rect&)> reduction;
+  std::function<void(Image&, const ReducedLowpass&, const RowFn&)> applyReduced;
 
-  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0, 0, {}}; }
-  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), halo, 0, {}}; }
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0, 0, {}, {}, {}}; }
+  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), halo, 0, {}, {}, {}}; }
 };
 
 using Stage = RenderEngine::Stage;
@@ -117,14 +123,39 @@ RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
 // first fills rows [y0, y1) (the geometry), fused with the leading point
 // stages; every full pass carries the point stages after it. `copyOf`, when
 // given, is an image of the same bounds that `produce` would copy: leading
-// blur passes read it directly instead.
+// blur passes read it directly instead. A pass followed by a reduced stage
+// fills that stage's low-pass with its finished rows.
 void runStages(Image& image, const std::vector<Stage>& stages,
                const std::function<void(Image&, int, int)>& produce = {}, const Image* copyOf = nullptr) {
   const Rect b = image.bounds();
   if (b.empty()) return;
   size_t i = 0;
   while (i < stages.size() && stages[i].point) ++i;
-  const RowFn leading = fusedPoints(stages, 0, i);
+  // The low-pass the running pass fills (for stage `filling`), and the one
+  // it filled for the stage it runs.
+  std::unique_ptr<ReducedLowpass> filling, filled;
+  // `after` followed by the low-pass of stage j, when stage j is reduced.
+  auto feeding = [&](size_t j, RowFn after) -> RowFn {
+    filling.reset();
+    if (j >= stages.size() || !stages[j].reduction) return after;
+    filling = stages[j].reduction(b);
+    return [after = std::move(after), low = filling.get()](const kernels::KernelRow& r) {
+      if (after) after(r);
+      low->add(r.y, r.rgba);
+    };
+  };
+  // After a pass: the low-pass it filled is ready for the next stage.
+  auto passed = [&](bool done) {
+    filled.reset();
+    if (!filling || !done) return filling.reset();
+    try {
+      filling->finish();
+      filled = std::move(filling);
+    } catch (const std::exception&) {
+      logLine(kKernelApplyFailed);
+      filling.reset();
+    }
+  };
   // Consecutive blur passes from stage k (with the point stages after each)
   // as one chain, when there are at least `least`; *end is set past them.
   std::vector<RowFn> afters;
@@ -148,48 +179,63 @@ void runStages(Image& image, const std::vector<Stage>& stages,
                        }});
       *end = k = j;
     }
-    if (chain.size() < least) chain.clear();
+    if (chain.size() < least) return std::vector<BlurPass>{};
+    afters.back() = feeding(*end, afters.back());  // the chain's last pass fills what follows
     return chain;
   };
   size_t chainEnd = 0;
   std::vector<BlurPass> chain;
   if (copyOf && i == 0 && copyOf->bounds() == b && !(chain = chainFrom(0, &chainEnd, 1)).empty()) {
+    bool done = false;
     try {
       gaussianBlurChain(*copyOf, image, chain);
       i = chainEnd;
+      done = true;
     } catch (const std::exception&) {  // nothing of image is kept: start over with the copy
       logLine(kKernelApplyFailed);
       parallelRows(b, kGrainRows, [&](int y0, int y1) { produce(image, y0, y1); });
     }
-  } else if (produce || leading) {
+    passed(done);
+  } else if (produce || i > 0) {
+    const RowFn leading = feeding(i, fusedPoints(stages, 0, i));
     parallelRows(b, kGrainRows, [&](int y0, int y1) {
       if (produce) produce(image, y0, y1);
       if (leading)
         for (int y = y0; y < y1; ++y) leading({image.row(y), nullptr, b.width, b.x, y});
     });
+    passed(true);
   }
   while (i < stages.size()) {
     if (!(chain = chainFrom(i, &chainEnd, 2)).empty()) {
+      bool done = false;
       try {
         gaussianBlurChain(image, image, chain);
+        done = true;
       } catch (const std::exception&) {
         logLine(kKernelApplyFailed);
       }
+      passed(done);
       i = chainEnd;
       continue;
     }
     size_t j = i + 1;
     while (j < stages.size() && stages[j].point) ++j;
-    const RowFn after = fusedPoints(stages, i + 1, j);
+    const RowFn points = fusedPoints(stages, i + 1, j);
+    const RowFn after = feeding(j, points);
     bool done = false;
     try {
-      stages[i].full(image, after);
+      if (filled && stages[i].applyReduced) {
+        stages[i].applyReduced(image, *filled, after);
+      } else {
+        stages[i].full(image, after);
+      }
       done = true;
     } catch (const std::exception&) {
       logLine(kKernelApplyFailed);
     }
     // A failed pass leaves its input; the point stages after it still run.
-    if (!done && after) forEachRow(image, after);
+    if (!done && points) forEachRow(image, points);
+    passed(done);
     i = j;
   }
 }
@@ -217,6 +263,23 @@ Stage blurStage(double sigma, RowFn kernel) {
       blurReach(sigma));
   st.blurSigma = float(sigma);
   st.blurKernel = std::move(kernel);
+  return st;
+}
+
+// A pass of `kernel` reading a low-pass on a reduced grid (its aux row), which
+// `reduction` makes for the image's bounds.
+Stage reducedStage(std::function<std::unique_ptr<ReducedLowpass>(const Rect&)> reduction, RowFn kernel, int halo) {
+  Stage st = Stage::fullStage(
+      [reduction, kernel](Image& image, const RowFn& after) {
+        std::unique_ptr<ReducedLowpass> low = reduction(image.bounds());
+        low->addAll(image);
+        low->apply(image, kernel, after);
+      },
+      halo);
+  st.reduction = std::move(reduction);
+  st.applyReduced = [kernel](Image& image, const ReducedLowpass& low, const RowFn& after) {
+    low.apply(image, kernel, after);
+  };
   return st;
 }
 
@@ -510,25 +573,31 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
   // 14 Clarity, its low-pass at reduced size.
   if (a.clarity != 0) {
     DetailParams p{float(a.clarity / 100 * 0.75)};
-    st.push_back(Stage::fullStage(
-        [p, s, outputRect](Image& image, const RowFn& after) {
-          ReducedLowpass low(image, outputRect, kClarityScale, ReducedLowpass::Source::Colour, 8.0 * s);
-          low.apply(image, [p](const KernelRow& r) { detail(p, r); }, after);
+    st.push_back(reducedStage(
+        [s, outputRect](const Rect& bounds) {
+          return std::make_unique<ReducedLowpass>(bounds, outputRect, kClarityScale, ReducedLowpass::Source::Colour, 8.0 * s);
         },
-        clarityReach(s)));
+        [p](const KernelRow& r) { detail(p, r); }, clarityReach(s)));
   }
   // 15 Dehaze on the blurred dark channel.
   if (a.dehaze != 0) {
     DehazeParams p{float(a.dehaze / 100 * 0.8)};
     double sigma = 6 * s;
-    st.push_back(Stage::fullStage(
-        [p, sigma, outputRect](Image& image, const RowFn& after) {
-          const int f = darkChannelFactor(sigma);
-          const Rect b = image.bounds();
-          if (f == 1) {  // sigma below 6: the blur streams
+    const int f = darkChannelFactor(sigma);
+    if (f > 1) {
+      st.push_back(reducedStage(
+          [sigma, f, outputRect](const Rect& bounds) {
+            return std::make_unique<ReducedLowpass>(bounds, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel,
+                                                    darkChannelSigma(sigma, f));
+          },
+          [p](const KernelRow& r) { dehazeGrey(p, r); }, darkChannelReach(sigma)));
+    } else {  // sigma below 6: the blur streams at full size
+      st.push_back(Stage::fullStage(
+          [p, sigma](Image& image, const RowFn& after) {
             // The dark channel in one float per pixel, blurred as it streams
             // into the kernel's grey aux row. Its rows live in a (recycled)
             // image buffer a quarter as wide.
+            const Rect b = image.bounds();
             Image scratch = Image::uninitialized(Rect{0, b.y, (b.width + 3) / 4, b.height});
             parallelRows(b, kGrainRows, [&](int y0, int y1) {
               for (int y = y0; y < y1; ++y) minimumComponentRow(image.row(y), scratch.row(y), b.width);
@@ -540,12 +609,9 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
               row.aux = nullptr;
               if (after) after(row);
             });
-          } else {
-            ReducedLowpass dark(image, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel, darkChannelSigma(sigma, f));
-            dark.apply(image, [p](const KernelRow& r) { dehazeGrey(p, r); }, after);
-          }
-        },
-        darkChannelReach(sigma)));
+          },
+          darkChannelReach(sigma)));
+    }
   }
   // 16 Sharpening.
   if (a.sharpen > 0) {

@@ -5,6 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <numeric>
+#include <random>
+#include <stdexcept>
+#include <thread>
 
 #include "render/gaussian_blur.h"
 
@@ -122,6 +127,63 @@ TEST(ReducedLowpass, ARegionSeesTheSameCellsAsTheWhole) {
   for (int y = inner.y; y < inner.bottom(); ++y)
     for (int x = inner.x; x < inner.right(); ++x)
       for (int c = 0; c < 3; ++c) ASSERT_NEAR(b.at(x, y)[c], a.at(x, y)[c], 2e-3f) << x << "," << y;
+}
+
+TEST(ReducedLowpass, RowsFedInAnyOrderGiveTheSameBits) {
+  // As a pass hands them on: from several threads, each with its rows in
+  // order, or in any order at all. Cells whose rows come from two threads,
+  // and rows on a fractional cell edge, sum in the same order every time.
+  // The rectangle is not anchored at the output's origin.
+  const Rect output{0, 0, 203, 157};
+  const Rect r{5, 3, 190, 141};
+  const Image src = smoothImage(r);
+  for (auto source : {ReducedLowpass::Source::Colour, ReducedLowpass::Source::DarkChannel}) {
+    const bool grey = source == ReducedLowpass::Source::DarkChannel;
+    for (double scale : {0.12, 0.5}) {
+      SCOPED_TRACE(scale);
+      const Image whole = enlarged(ReducedLowpass(src, output, scale, source, 2.0), r, grey);
+      std::vector<int> order(size_t(r.height));
+      std::iota(order.begin(), order.end(), r.y);
+      std::vector<std::vector<int>> orders;
+      orders.push_back({order.rbegin(), order.rend()});
+      std::shuffle(order.begin(), order.end(), std::mt19937(7));
+      orders.push_back(order);
+      for (const std::vector<int>& rows : orders) {
+        ReducedLowpass fed(r, output, scale, source, 2.0);
+        for (int y : rows) fed.add(y, src.row(y));
+        fed.finish();
+        const Image aux = enlarged(fed, r, grey);
+        for (int y = r.y; y < r.bottom(); ++y)
+          ASSERT_EQ(std::memcmp(aux.row(y), whole.row(y), size_t(r.width) * 16), 0) << "row " << y;
+      }
+      // Two threads: even rows going down, odd rows coming up.
+      ReducedLowpass fed(r, output, scale, source, 2.0);
+      std::thread down([&] {
+        for (int y = r.y; y < r.bottom(); y += 2) fed.add(y, src.row(y));
+      });
+      std::thread up([&] {
+        for (int y = r.bottom() - 1; y >= r.y; --y)
+          if ((y - r.y) % 2 == 1) fed.add(y, src.row(y));
+      });
+      down.join();
+      up.join();
+      fed.finish();
+      const Image aux = enlarged(fed, r, grey);
+      for (int y = r.y; y < r.bottom(); ++y)
+        ASSERT_EQ(std::memcmp(aux.row(y), whole.row(y), size_t(r.width) * 16), 0) << "row " << y;
+    }
+  }
+}
+
+TEST(ReducedLowpass, AMissingRowIsAnErrorNotAGrid) {
+  const Rect r{0, 0, 40, 30};
+  const Image src = smoothImage(r);
+  ReducedLowpass low(r, r, 0.25, ReducedLowpass::Source::Colour, 2.0);
+  for (int y = r.y; y < r.bottom(); ++y)
+    if (y != 17) low.add(y, src.row(y));
+  Image out(r);
+  EXPECT_THROW(low.apply(out, [](const kernels::KernelRow&) {}, {}), std::logic_error);
+  EXPECT_THROW(low.finish(), std::logic_error);
 }
 
 }  // namespace
