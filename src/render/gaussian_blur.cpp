@@ -532,7 +532,8 @@ void gaussianBlurGreyRows(const GreyRows& src, float sigma, const Rect& out, con
   streamDirect(DirectFilter(sigma), Plane{src.data, src.stride, sb, 1}, out, consume);
 }
 
-void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes) {
+void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes,
+                       const std::function<RowPrepare()>& prepare) {
   const Rect sb = image.bounds();
   if (sb.empty() || passes.empty()) return;
   if (from.bounds() != sb) throw std::invalid_argument("gaussianBlurChain: images of different bounds");
@@ -598,6 +599,7 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
       // reads, in a ring of copies that lasts until the last pass is done
       // with them.
       AlignedRows rows(rowFloats, size_t(lag));
+      const RowPrepare prepared = prepare ? prepare() : RowPrepare{};
       PassEngine& first = *engines[0];
       for (int y = first.firstInput(); y < first.endInput(); ++y) {
         float* row = image.row(y);
@@ -610,6 +612,7 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
         } else if (!inPlace) {
           std::memcpy(row, from.row(y), rowBytes);
         }
+        if (prepared) prepared(row, y);
         first.push(y, row);
       }
     }

@@ -68,11 +68,18 @@ void gaussianBlurRows(const Image& src, float sigma, const Rect& out, const Blur
 // bounds); the result is written to image. Every sigma must stream
 // (gaussianBlurStreams and > 0); apply may run concurrently for different
 // rows.
+// `prepare`, when given, is a point step before the first pass (its rows are
+// `from`'s rows changed by it): it is called once per band, from the band's
+// thread, for the function the band then runs on each of its input rows in
+// ascending order, in place (rows a band shares with its neighbours are
+// prepared by each).
 struct BlurPass {
   float sigma = 0;
   std::function<void(float* row, const float* blurred, int y)> apply;
 };
-void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes);
+using RowPrepare = std::function<void(float* row, int y)>;
+void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPass>& passes,
+                       const std::function<RowPrepare()>& prepare = {});
 
 // Single-channel rows: bounds.width floats per row, `stride` floats apart
 // (a GreyImage, or scratch rows borrowed from an Image).

@@ -99,6 +99,7 @@ ReducedLowpass::ReducedLowpass(const Rect& b, const Rect& outputRect, double sca
   small.width = cellOf(b.right() - 1e-9, outputRect.x) + 1 - small.x;
   small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
   bounds_ = small;
+  image_ = b;
   Collector& c = *collector_;
   c.image = b;
   c.sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
@@ -222,63 +223,73 @@ void ReducedLowpass::finish() {
   }
 }
 
-void ReducedLowpass::apply(Image& image, const RowFn& kernel, const RowFn& after) const {
-  if (collector_) throw std::logic_error("ReducedLowpass: applied before finish()");
-  const Rect b = image.bounds();
-  const Rect& sb = bounds_;
-  const bool dark = source_ == Source::DarkChannel;
-  const int C = dark ? 1 : 4;  // floats per wide-row pixel (the colour's alpha comes along as 0)
-  // Column taps, the same for every row: output column x lies between grid
-  // columns c0 and c0 + 1 (clamped at the grid's edges) at tx.
-  std::vector<int> c0(size_t(b.width));
-  std::vector<float> tx(size_t(b.width));
+ReducedLowpass::Rows::Rows(const ReducedLowpass& low) : low_(low) {
+  if (low.collector_) throw std::logic_error("ReducedLowpass: read before finish()");
+  const Rect& b = low.image_;
+  const Rect& sb = low.bounds_;
+  const int C = low.source_ == Source::DarkChannel ? 1 : 4;  // floats per pixel (the colour's alpha comes along as 0)
+  // Column taps, the same for every row: column x lies between grid columns
+  // c0 and c0 + 1 (clamped at the grid's edges) at tx.
+  c0_.resize(size_t(b.width));
+  tx_.resize(size_t(b.width));
   const bool single = sb.width == 1;  // a one-column grid is mixed with itself
   for (int x = b.x; x < b.right(); ++x) {
-    const double u = std::clamp((x + 0.5 - outputRect_.x) * scale_ - 0.5, double(sb.x), double(sb.right() - 1));
+    const double u = std::clamp((x + 0.5 - low.outputRect_.x) * low.scale_ - 0.5, double(sb.x), double(sb.right() - 1));
     const int i = x - b.x;
-    c0[size_t(i)] = std::max(0, std::min(int(std::floor(u)), sb.right() - 2) - sb.x);
-    tx[size_t(i)] = single ? 0.0f : float(u - (c0[size_t(i)] + sb.x));
+    c0_[size_t(i)] = std::max(0, std::min(int(std::floor(u)), sb.right() - 2) - sb.x);
+    tx_[size_t(i)] = single ? 0.0f : float(u - (c0_[size_t(i)] + sb.x));
   }
-  auto rowOf = [&](double v) { return std::clamp(v, double(sb.y), double(sb.bottom() - 1)); };
+  aux_.resize(size_t(b.width) * size_t(C));
+  for (std::vector<float>& w : wide_) w.resize(size_t(b.width) * size_t(C));
+  held_[0] = held_[1] = sb.y - 1;
+}
 
-  // Bands of output rows, each carrying the wide rows of the two grid rows
-  // around its current row.
+const float* ReducedLowpass::Rows::wideRow(int r) {
+  for (int s = 0; s < 2; ++s)
+    if (held_[s] == r) return wide_[s].data();
+  const int s = held_[0] < held_[1] ? 0 : 1;  // rows mostly come in ascending order: drop the older
+  held_[s] = r;
+  float* out = wide_[s].data();
+  const bool dark = low_.source_ == Source::DarkChannel;
+  const float* cells = dark ? low_.dark_.row(r) : low_.colour_.row(r);
+  float lone[8];  // a one-column grid's cell, twice
+  if (low_.bounds_.width == 1) {
+    const int C = dark ? 1 : 4;
+    for (int k = 0; k < C; ++k) lone[k] = lone[C + k] = cells[k];
+    cells = lone;
+  }
+  if (dark) {
+    lerpColumns<1, 1>(cells, c0_.data(), tx_.data(), out, low_.image_.width);
+  } else {
+    lerpColumns<4, 4>(cells, c0_.data(), tx_.data(), out, low_.image_.width);
+  }
+  return out;
+}
+
+const float* ReducedLowpass::Rows::operator()(int y) {
+  const Rect& sb = low_.bounds_;
+  const double v = std::clamp((y + 0.5 - low_.outputRect_.y) * low_.scale_ - 0.5, double(sb.y), double(sb.bottom() - 1));
+  const int r0 = int(std::floor(v));
+  const int r1 = std::min(r0 + 1, sb.bottom() - 1);
+  const float* a = wideRow(r0);
+  const float* e = wideRow(r1);
+  lerpRows(a, e, float(v - r0), aux_.data(), aux_.size());
+  return aux_.data();
+}
+
+void ReducedLowpass::apply(Image& image, const RowWithLowpass& row, const RowFn& after) const {
+  const Rect b = image.bounds();
+  if (b != image_) throw std::invalid_argument("ReducedLowpass: applied to an image of other bounds");
+  // Bands of rows, each with its own enlargement.
   const int bands = std::clamp(b.height / 32, 1, 4 * parallelism());
   auto bandStart = [&](int i) { return b.y + int(int64_t(b.height) * i / bands); };
   parallelFor(0, bands, 1, [&](int i0, int i1) {
-    std::vector<float> aux(size_t(b.width) * size_t(C));
-    std::vector<float> wide[2] = {std::vector<float>(size_t(b.width) * size_t(C)), std::vector<float>(size_t(b.width) * size_t(C))};
-    std::vector<float> lone(4 * 2, 0.0f);  // a one-column grid's cell, twice
-    int held[2] = {sb.y - 1, sb.y - 1};    // the grid row each wide row holds
-    auto wideRow = [&](int r) -> const float* {
-      for (int s = 0; s < 2; ++s)
-        if (held[s] == r) return wide[s].data();
-      const int s = held[0] < held[1] ? 0 : 1;  // rows come in ascending order: drop the older
-      held[s] = r;
-      float* out = wide[s].data();
-      const float* cells = dark ? dark_.row(r) : colour_.row(r);
-      if (single) {
-        for (int k = 0; k < C; ++k) lone[size_t(k)] = lone[size_t(C + k)] = cells[k];
-        cells = lone.data();
-      }
-      if (dark) {
-        lerpColumns<1, 1>(cells, c0.data(), tx.data(), out, b.width);
-      } else {
-        lerpColumns<4, 4>(cells, c0.data(), tx.data(), out, b.width);
-      }
-      return out;
-    };
+    Rows rows(*this);
     for (int band = i0; band < i1; ++band) {
       for (int y = bandStart(band); y < bandStart(band + 1); ++y) {
-        const double v = rowOf((y + 0.5 - outputRect_.y) * scale_ - 0.5);
-        const int r0 = int(std::floor(v));
-        const int r1 = std::min(r0 + 1, sb.bottom() - 1);
-        const float ty = float(v - r0);
-        const float* a = wideRow(r0);
-        const float* e = wideRow(r1);
-        lerpRows(a, e, ty, aux.data(), aux.size());
-        kernel({image.row(y), aux.data(), b.width, b.x, y});
-        if (after) after({image.row(y), nullptr, b.width, b.x, y});
+        const kernels::KernelRow r{image.row(y), nullptr, b.width, b.x, y};
+        row(r, rows);
+        if (after) after(r);
       }
     }
   });

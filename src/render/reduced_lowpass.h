@@ -23,6 +23,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "render/grey_image.h"
 #include "render/image.h"
@@ -53,10 +54,29 @@ class ReducedLowpass {
   // Every row of `image` (of the bounds given), in parallel, then finish().
   void addAll(const Image& image);
 
-  // Runs kernel over every row of image, in place, with the enlarged
-  // low-pass as its aux row (RGBA pixels for Colour, one float per pixel for
-  // DarkChannel); then `after` (if any) on the finished row.
-  void apply(Image& image, const RowFn& kernel, const RowFn& after) const;
+
+  // The enlarged low-pass, row by row, for one thread (after finish()): the
+  // aux row for row y of the image, valid until the next call. Rows in
+  // ascending order cost one interpolation between two wide rows each.
+  class Rows {
+   public:
+    explicit Rows(const ReducedLowpass& low);
+    const float* operator()(int y);
+
+   private:
+    const float* wideRow(int gridRow);
+    const ReducedLowpass& low_;
+    std::vector<int> c0_;
+    std::vector<float> tx_, aux_, wide_[2];
+    int held_[2];
+  };
+
+  // Runs `row(r, rows)` over every row r of image (of the bounds given), in
+  // parallel bands, where rows(r.y) is the enlarged low-pass as an aux row
+  // (RGBA pixels for Colour, one float per pixel for DarkChannel); then
+  // `after` (if any) on the finished row.
+  using RowWithLowpass = std::function<void(const kernels::KernelRow& r, Rows& rows)>;
+  void apply(Image& image, const RowWithLowpass& row, const RowFn& after) const;
 
   const Rect& gridBounds() const { return bounds_; }
 
@@ -67,6 +87,7 @@ class ReducedLowpass {
   Source source_;
   Rect outputRect_;
   double scale_;
+  Rect image_;      // the image's bounds
   Rect bounds_;     // the grid's cells
   Image colour_;    // Colour: RGBA cells
   GreyImage dark_;  // DarkChannel: one float per cell

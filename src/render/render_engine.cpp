@@ -41,15 +41,18 @@ struct RenderEngine::Stage {
   // (gaussianBlurChain), and a first one may read an unchanged source itself.
   float blurSigma = 0;
   RowFn blurKernel;
-  // A pass on a reduced low-pass (reducedStage): `reduction(bounds)` makes
-  // the low-pass for an image of those bounds, which the pass before this one
-  // fills with its finished rows; `applyReduced` is then the pass itself.
-  // `full` does both on its own.
+  // A stage reading a low-pass on a reduced grid (reducedStage):
+  // `reduction(bounds)` makes the low-pass for an image of those bounds, and
+  // the pass before this stage hands it each of its finished rows through
+  // `feed`. Once it is complete, the stage is a row function, `reducedRow`,
+  // which runs in a pass of its own or in front of the blur passes after it.
+  // `full` does it all on its own.
   std::function<std::unique_ptr<ReducedLowpass>(const Rect&)> reduction;
-  std::function<void(Image&, const ReducedLowpass&, const RowFn&)> applyReduced;
+  std::function<void(ReducedLowpass&, const kernels::KernelRow&)> feed;
+  ReducedLowpass::RowWithLowpass reducedRow;
 
-  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0, 0, {}, {}, {}}; }
-  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), halo, 0, {}, {}, {}}; }
+  static Stage pointStage(RowFn fn, PlanarFn planar = {}) { return {std::move(fn), std::move(planar), {}, 0, 0, {}, {}, {}, {}}; }
+  static Stage fullStage(FullFn fn, int halo) { return {{}, {}, std::move(fn), halo, 0, {}, {}, {}, {}}; }
 };
 
 using Stage = RenderEngine::Stage;
@@ -139,9 +142,9 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     filling.reset();
     if (j >= stages.size() || !stages[j].reduction) return after;
     filling = stages[j].reduction(b);
-    return [after = std::move(after), low = filling.get()](const kernels::KernelRow& r) {
+    return [after = std::move(after), low = filling.get(), &feed = stages[j].feed](const kernels::KernelRow& r) {
       if (after) after(r);
-      low->add(r.y, r.rgba);
+      feed(*low, r);
     };
   };
   // After a pass: the low-pass it filled is ready for the next stage.
@@ -221,11 +224,34 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     size_t j = i + 1;
     while (j < stages.size() && stages[j].point) ++j;
     const RowFn points = fusedPoints(stages, i + 1, j);
+    if (filled && stages[i].reducedRow && !(chain = chainFrom(j, &chainEnd, 1)).empty()) {
+      // The reduced stage and its point stages prepare the rows of the blur
+      // passes after them.
+      const std::unique_ptr<ReducedLowpass> low = std::move(filled);
+      const Stage& st = stages[i];
+      bool done = false;
+      try {
+        gaussianBlurChain(image, image, chain, [&]() -> RowPrepare {
+          auto rows = std::make_shared<ReducedLowpass::Rows>(*low);
+          return [rows, &st, &points, b](float* row, int y) {
+            const kernels::KernelRow r{row, nullptr, b.width, b.x, y};
+            st.reducedRow(r, *rows);
+            if (points) points(r);
+          };
+        });
+        done = true;
+      } catch (const std::exception&) {
+        logLine(kKernelApplyFailed);
+      }
+      passed(done);
+      i = chainEnd;
+      continue;
+    }
     const RowFn after = feeding(j, points);
     bool done = false;
     try {
-      if (filled && stages[i].applyReduced) {
-        stages[i].applyReduced(image, *filled, after);
+      if (filled && stages[i].reducedRow) {
+        filled->apply(image, stages[i].reducedRow, after);
       } else {
         stages[i].full(image, after);
       }
@@ -269,17 +295,19 @@ Stage blurStage(double sigma, RowFn kernel) {
 // A pass of `kernel` reading a low-pass on a reduced grid (its aux row), which
 // `reduction` makes for the image's bounds.
 Stage reducedStage(std::function<std::unique_ptr<ReducedLowpass>(const Rect&)> reduction, RowFn kernel, int halo) {
+  ReducedLowpass::RowWithLowpass row = [kernel](const kernels::KernelRow& r, ReducedLowpass::Rows& rows) {
+    kernel({r.rgba, rows(r.y), r.n, r.x, r.y});
+  };
   Stage st = Stage::fullStage(
-      [reduction, kernel](Image& image, const RowFn& after) {
+      [reduction, row](Image& image, const RowFn& after) {
         std::unique_ptr<ReducedLowpass> low = reduction(image.bounds());
         low->addAll(image);
-        low->apply(image, kernel, after);
+        low->apply(image, row, after);
       },
       halo);
   st.reduction = std::move(reduction);
-  st.applyReduced = [kernel](Image& image, const ReducedLowpass& low, const RowFn& after) {
-    low.apply(image, kernel, after);
-  };
+  st.feed = [](ReducedLowpass& low, const kernels::KernelRow& r) { low.add(r.y, r.rgba); };
+  st.reducedRow = std::move(row);
   return st;
 }
 

@@ -35,12 +35,13 @@ Image enlarged(const ReducedLowpass& low, const Rect& bounds, bool grey = false)
   Image image(bounds), aux(bounds);
   low.apply(
       image,
-      [&](const kernels::KernelRow& r) {
+      [&](const kernels::KernelRow& r, ReducedLowpass::Rows& rows) {
+        const float* a = rows(r.y);
         for (int i = 0; i < r.n; ++i) {
           if (grey) {
-            aux.at(r.x + i, r.y)[0] = r.aux[i];
+            aux.at(r.x + i, r.y)[0] = a[i];
           } else {
-            std::copy_n(r.aux + size_t(i) * 4, 4, aux.at(r.x + i, r.y));
+            std::copy_n(a + size_t(i) * 4, 4, aux.at(r.x + i, r.y));
           }
         }
       },
@@ -182,7 +183,7 @@ TEST(ReducedLowpass, AMissingRowIsAnErrorNotAGrid) {
   for (int y = r.y; y < r.bottom(); ++y)
     if (y != 17) low.add(y, src.row(y));
   Image out(r);
-  EXPECT_THROW(low.apply(out, [](const kernels::KernelRow&) {}, {}), std::logic_error);
+  EXPECT_THROW(low.apply(out, [](const kernels::KernelRow&, ReducedLowpass::Rows&) {}, {}), std::logic_error);
   EXPECT_THROW(low.finish(), std::logic_error);
 }
 

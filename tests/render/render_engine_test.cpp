@@ -420,6 +420,30 @@ TEST_F(RenderEngineTest, ThreadCountDoesNotChangeABit) {
   EXPECT_TRUE(identical(render(big, doc), many));
 }
 
+TEST_F(RenderEngineTest, PassesRunTogetherAsTheyWouldOneAfterAnother) {
+  // In a render, clarity's and dehaze's grids are filled by the pass before
+  // them, and dehaze runs in front of the sharpening blur. Each stage on its
+  // own, one after another, gives the same bits.
+  Image big = testImage(240, 400, 5);
+  std::vector<GlobalAdjustments> steps(5);
+  steps[0].denoise = 30;
+  steps[1].exposure = 0.3;
+  steps[2].clarity = 40;
+  steps[3].dehaze = 30;
+  steps[4].sharpen = 50;
+  steps[4].sharpenMasking = 20;
+  EditDocument doc;
+  doc.adjustments.denoise = 30;
+  doc.adjustments.exposure = 0.3;
+  doc.adjustments.clarity = 40;
+  doc.adjustments.dehaze = 30;
+  doc.adjustments.sharpen = 50;
+  doc.adjustments.sharpenMasking = 20;
+  Image oneByOne = big.clone();
+  for (const GlobalAdjustments& a : steps) oneByOne = engine.applyAdjustments(oneByOne, a, 1.0);
+  EXPECT_TRUE(identical(render(big, doc), oneByOne));
+}
+
 TEST_F(RenderEngineTest, ColorStageCanBeKeptAndPassedBack) {
   EditDocument doc = heavyRecipe();
   MaskLayer m;
