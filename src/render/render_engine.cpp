@@ -142,6 +142,7 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     filling.reset();
     if (j >= stages.size() || !stages[j].reduction) return after;
     filling = stages[j].reduction(b);
+    if (!filling) return after;
     return [after = std::move(after), low = filling.get(), &feed = stages[j].feed](const kernels::KernelRow& r) {
       if (after) after(r);
       feed(*low, r);
@@ -369,6 +370,94 @@ Rect maskSupport(const GreyImage& mask, const Rect& within) {
   }
   if (x1 < x0) return Rect{};
   return Rect{x0, y0, x1 + 1 - x0, y1 + 1 - y0};
+}
+
+// A mask layer whose chain has neighbourhood stages: the layer's chain runs
+// over an adjusted copy of the part of the image the mask touches (and the
+// reach of those stages around it), and each finished row is blended back.
+Stage maskLayerStage(std::shared_ptr<const std::vector<Stage>> chain, std::shared_ptr<const GreyImage> mask) {
+  const int halo = totalHalo(*chain);
+  Stage st = Stage::fullStage(
+      [chain, mask, halo](Image& image, const RowFn& after) {
+        const Rect b = image.bounds();
+        const Rect support = maskSupport(*mask, b);
+        if (support.empty()) {
+          if (after) forEachRow(image, after);
+          return;
+        }
+        // The adjusted copy is made row by row with the chain's leading
+        // point stages, and each finished row is blended back at once,
+        // then handed on.
+        const Rect area = support.grown(halo).intersected(b);
+        Image adjusted = Image::uninitialized(area);
+        std::vector<Stage> stages = *chain;
+        stages.push_back(Stage::pointStage([&](const kernels::KernelRow& r) {
+          // r is the finished row of the adjusted area (wherever the pass holds it).
+          if (r.y >= support.y && r.y < support.bottom()) {
+            blendRow(image.at(support.x, r.y), r.rgba + size_t(support.x - r.x) * 4, support.width, support.x, r.y,
+                     *mask);
+          }
+          if (after) after({image.row(r.y), nullptr, b.width, b.x, r.y});
+        }));
+        runStages(adjusted, stages, [&](Image& out, int y0, int y1) {
+          for (int y = y0; y < y1; ++y) std::copy_n(image.at(area.x, y), size_t(area.width) * 4, out.row(y));
+        });
+        if (after) {  // the rows the adjusted copy does not reach
+          parallelRows(b, kGrainRows, [&](int y0, int y1) {
+            for (int y = y0; y < y1; ++y)
+              if (y < area.y || y >= area.bottom()) after({image.row(y), nullptr, b.width, b.x, y});
+          });
+        }
+      },
+      halo);
+
+  // A chain of point stages around one reduced stage (dehaze, clarity):
+  // then the layer is a reduced stage itself, and needs no copy. The pass
+  // before it fills the low-pass with its rows' area spans, adjusted by the
+  // leading point stages on the way; then each row of the support is
+  // adjusted again, run through the reduced stage and the point stages
+  // after it, and blended back. The same bits as through the copy.
+  size_t at = chain->size(), neighbourhood = 0;
+  for (size_t k = 0; k < chain->size(); ++k) {
+    if (!(*chain)[k].point) at = k, ++neighbourhood;
+  }
+  if (neighbourhood != 1 || !(*chain)[at].reduction) return st;
+  struct Spans {
+    Rect support, area;
+  };
+  auto spans = std::make_shared<Spans>();  // set for each image the reduction is made for
+  st.reduction = [chain, at, mask, halo, spans](const Rect& b) -> std::unique_ptr<ReducedLowpass> {
+    spans->support = maskSupport(*mask, b);
+    if (spans->support.empty()) return nullptr;  // the full pass then only hands the rows on
+    spans->area = spans->support.grown(halo).intersected(b);
+    return (*chain)[at].reduction(spans->area);
+  };
+  const RowFn before = fusedPoints(*chain, 0, at), behind = fusedPoints(*chain, at + 1, chain->size());
+  // Row r's span of the area, adjusted by the leading point stages, in buffer.
+  auto adjustedSpan = [spans, before](const kernels::KernelRow& r, std::vector<float>& buffer) {
+    const Rect& a = spans->area;
+    const float* from = r.rgba + size_t(a.x - r.x) * 4;
+    buffer.assign(from, from + size_t(a.width) * 4);
+    const kernels::KernelRow span{buffer.data(), nullptr, a.width, a.x, r.y};
+    if (before) before(span);
+    return span;
+  };
+  st.feed = [chain, at, spans, adjustedSpan](ReducedLowpass& low, const kernels::KernelRow& r) {
+    if (r.y < spans->area.y || r.y >= spans->area.bottom()) return;
+    thread_local std::vector<float> buffer;
+    (*chain)[at].feed(low, adjustedSpan(r, buffer));
+  };
+  st.reducedRow = [chain, at, spans, adjustedSpan, behind, mask](const kernels::KernelRow& r,
+                                                                  ReducedLowpass::Rows& rows) {
+    const Rect& s = spans->support;
+    if (r.y < s.y || r.y >= s.bottom()) return;
+    thread_local std::vector<float> buffer;
+    const kernels::KernelRow span = adjustedSpan(r, buffer);
+    (*chain)[at].reducedRow(span, rows);
+    if (behind) behind(span);
+    blendRow(r.rgba + size_t(s.x - r.x) * 4, span.rgba + size_t(s.x - span.x) * 4, s.width, s.x, r.y, *mask);
+  };
+  return st;
 }
 
 Rect clipRegion(const std::optional<Rect>& region, const Rect& outputRect) {
@@ -863,42 +952,7 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
         blendRow(span, adjusted.data(), n, x0, r.y, *mask);
       }));
     } else {
-      const int halo = totalHalo(chain);
-      local.push_back(Stage::fullStage(
-          [chain = std::move(chain), mask, halo](Image& image, const RowFn& after) {
-            // Only the part the mask touches is adjusted, over the reach of
-            // the layer's neighbourhood stages around it.
-            const Rect b = image.bounds();
-            const Rect support = maskSupport(*mask, b);
-            if (support.empty()) {
-              if (after) forEachRow(image, after);
-              return;
-            }
-            // The adjusted copy is made row by row with the chain's leading
-            // point stages, and each finished row is blended back at once,
-            // then handed on.
-            const Rect area = support.grown(halo).intersected(b);
-            Image adjusted = Image::uninitialized(area);
-            std::vector<Stage> stages = chain;
-            stages.push_back(Stage::pointStage([&](const kernels::KernelRow& r) {
-              // r is the finished row of the adjusted area (wherever the pass holds it).
-              if (r.y >= support.y && r.y < support.bottom()) {
-                blendRow(image.at(support.x, r.y), r.rgba + size_t(support.x - r.x) * 4, support.width, support.x, r.y,
-                         *mask);
-              }
-              if (after) after({image.row(r.y), nullptr, b.width, b.x, r.y});
-            }));
-            runStages(adjusted, stages, [&](Image& out, int y0, int y1) {
-              for (int y = y0; y < y1; ++y) std::copy_n(image.at(area.x, y), size_t(area.width) * 4, out.row(y));
-            });
-            if (after) {  // the rows the adjusted copy does not reach
-              parallelRows(b, kGrainRows, [&](int y0, int y1) {
-                for (int y = y0; y < y1; ++y)
-                  if (y < area.y || y >= area.bottom()) after({image.row(y), nullptr, b.width, b.x, y});
-              });
-            }
-          },
-          halo));
+      local.push_back(maskLayerStage(std::make_shared<const std::vector<Stage>>(std::move(chain)), mask));
     }
   }
 

@@ -456,6 +456,20 @@ TEST_F(RenderEngineTest, ColorStageCanBeKeptAndPassedBack) {
   Image reused = engine.render(source, doc, {{m.id, mask}}, {}, &cs);
   EXPECT_LT(maxDiff(direct, reused), 1e-6);
 
+  // A layer of point stages around dehaze on a grid has its grid filled by
+  // the colour stage's last pass and needs no copy; passed a kept colour
+  // stage, it runs through its copy. The same bits either way.
+  MaskLayer hazy;
+  hazy.adjustments.exposure = -0.5;
+  hazy.adjustments.dehaze = 40;
+  hazy.adjustments.contrast = 10;
+  auto ramp = std::make_shared<GreyImage>(source.bounds());
+  for (int y = 10; y < 50; ++y)
+    for (int x = 20; x < 90; ++x) ramp->at(x, y) = float(x - 20) / 70.0f;
+  doc.masks = {hazy};
+  ColorStage kept = engine.colorStage(source, doc, 1.0, false);
+  EXPECT_TRUE(identical(render(source, doc, {{hazy.id, ramp}}), engine.render(source, doc, {{hazy.id, ramp}}, {}, &kept)));
+
   // A first blur over the unchanged source reads the source itself; the
   // colour stage has it read a copy. The same bits either way.
   EditDocument blurFirst;
