@@ -71,10 +71,10 @@ class ReducedLowpass {
     int held_[2];
   };
 
-  // Runs `row(r, rows)` over every row r of image (of the bounds given), in
-  // parallel bands, where rows(r.y) is the enlarged low-pass as an aux row
-  // (RGBA pixels for Colour, one float per pixel for DarkChannel); then
-  // `after` (if any) on the finished row.
+  // Runs `row(r, rows)` over every row r of image, in parallel bands, where
+  // rows(y) is the enlarged low-pass as an aux row (RGBA pixels for Colour,
+  // one float per pixel for DarkChannel) across the bounds the low-pass was
+  // made for, y among their rows; then `after` (if any) on the finished row.
   using RowWithLowpass = std::function<void(const kernels::KernelRow& r, Rows& rows)>;
   void apply(Image& image, const RowWithLowpass& row, const RowFn& after) const;
 
