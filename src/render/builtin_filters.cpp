@@ -88,12 +88,12 @@ Vec3 neutralWhite(Neutral n) {
 float exposureGain(float ev) { return std::exp2(ev); }
 
 VG_ROW_CLONES void exposure(float gain, const KernelRow& row) {
+  // Alpha is multiplied by 1, which leaves it as it is: one straight loop
+  // over every float vectorises.
+  const float by[4] = {gain, gain, gain, 1.0f};
   float* p = row.rgba;
-  for (int i = 0; i < row.n; ++i, p += 4) {
-    p[0] *= gain;
-    p[1] *= gain;
-    p[2] *= gain;
-  }
+  const size_t n = size_t(std::max(row.n, 0)) * 4;
+  for (size_t i = 0; i < n; ++i) p[i] *= by[i % 4];
 }
 
 VG_ROW_CLONES void exposure(float gain, const PlanarRow& row) {

@@ -246,6 +246,10 @@ struct PlanarRow {
 };
 inline constexpr int kPlanarBlock = 16;
 inline int planarPadded(int n) { return (n + kPlanarBlock - 1) / kPlanarBlock * kPlanarBlock; }
+// Blend with a mask: background = mix(background, adjusted, t[i]) for each
+// of the n RGBA pixels, every channel (alpha too).
+void maskBlend(float* background, const float* adjusted, const float* t, int n);
+
 // n = out.n RGBA pixels into the planes of out, and back.
 void toPlanar(const float* rgba, const PlanarRow& out);
 void fromPlanar(const PlanarRow& in, float* rgba);

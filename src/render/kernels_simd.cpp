@@ -837,6 +837,27 @@ void FromPlanarImpl(const PlanarRow& in, float* rgba) {
   }
 }
 
+void MaskBlendImpl(float* background, const float* adjusted, const float* t, int count) {
+  const D d;
+  const size_t N = hn::Lanes(d);
+  const size_t n = size_t(std::max(count, 0));
+  size_t i = 0;
+  for (; i + N <= n; i += N) {
+    V r, g, b, a, ar, ag, ab, aa;
+    LoadRgba(d, background + i * 4, r, g, b, a);
+    LoadRgba(d, adjusted + i * 4, ar, ag, ab, aa);
+    const V m = hn::LoadU(d, t + i);
+    StoreRgba(d, hn::MulAdd(hn::Sub(ar, r), m, r), hn::MulAdd(hn::Sub(ag, g), m, g), hn::MulAdd(hn::Sub(ab, b), m, b),
+              hn::MulAdd(hn::Sub(aa, a), m, a), background + i * 4);
+  }
+  for (; i < n; ++i) {
+    for (size_t c = 0; c < 4; ++c) {
+      float& v = background[i * 4 + c];
+      v = hn::GetLane(hn::MulAdd(hn::Set(d, adjusted[i * 4 + c] - v), hn::Set(d, t[i]), hn::Set(d, v)));
+    }
+  }
+}
+
 void ToneRow(const ToneParams& p, const KernelRow& r) { RunRow(ToneOp(p), r); }
 void VibranceRow(const VibranceParams& p, const KernelRow& r) { RunRow(VibranceOp{p}, r); }
 void HslRow(const HslParams& p, const KernelRow& r) { RunRow(HslOp(p), r); }
@@ -915,6 +936,10 @@ VG_PLANAR_ENTRY(curves, CurvesPlanar, CurvesPrepared)
 VG_PLANAR_ENTRY(dither, DitherPlanar, DitherParams)
 VG_PLANAR_ENTRY(monochrome, MonochromePlanar, MonochromePrepared)
 
+HWY_EXPORT(MaskBlendImpl);
+void maskBlend(float* background, const float* adjusted, const float* t, int n) {
+  if (n > 0) HWY_DYNAMIC_DISPATCH(MaskBlendImpl)(background, adjusted, t, n);
+}
 HWY_EXPORT(ToPlanarImpl);
 HWY_EXPORT(FromPlanarImpl);
 void toPlanar(const float* rgba, const PlanarRow& out) {

@@ -646,4 +646,25 @@ TEST(Kernels, LensDistortionMapsRadially) {
 }
 
 }  // namespace
+TEST(MaskBlend, MixesEveryChannelByItsPixelsMaskOnEveryInstructionSet) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> u(-0.5f, 1.5f);
+  const int n = 37;  // not a whole number of vectors
+  const size_t count = n;
+  std::vector<float> background(count * 4), adjusted(count * 4), t(count);
+  for (float& v : background) v = u(rng);
+  for (float& v : adjusted) v = u(rng);
+  for (float& v : t) v = std::clamp(u(rng), 0.0f, 1.0f);
+  t[0] = 0.0f;
+  test::onEveryTarget([&] {
+    std::vector<float> out = background;
+    maskBlend(out.data(), adjusted.data(), t.data(), n);
+    for (int i = 0; i < n * 4; ++i) {
+      const float b = background[size_t(i)], a = adjusted[size_t(i)], m = t[size_t(i / 4)];
+      ASSERT_NEAR(out[size_t(i)], b + (a - b) * m, 1e-6f) << i;
+    }
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(out[size_t(c)], background[size_t(c)]);  // mask 0: the background
+  });
+}
+
 }  // namespace vg::kernels
