@@ -550,7 +550,9 @@ void gaussianBlurChain(const Image& from, Image& image, const std::vector<BlurPa
   for (size_t k = K - 1; k-- > 0;) H[k] = H[k + 1] + filters[k + 1].radius;
   const int reach = H[0] + filters[0].radius;  // rows of input each band reads beyond itself
 
-  const int bands = std::clamp(sb.height / std::max(64, 8 * reach), 1, 2 * parallelism());
+  // One band per thread: each band also makes the halo of the passes after
+  // its first, and the point stages over it, so more bands cost more.
+  const int bands = std::clamp(sb.height / std::max(64, 8 * reach), 1, parallelism());
   auto bandStart = [&](int b) { return sb.y + int(int64_t(sb.height) * b / bands); };
   const size_t rowBytes = size_t(sb.width) * 4 * sizeof(float);
   const bool inPlace = &from == &image;
