@@ -88,12 +88,16 @@ Vec3 neutralWhite(Neutral n) {
 float exposureGain(float ev) { return std::exp2(ev); }
 
 VG_ROW_CLONES void exposure(float gain, const KernelRow& row) {
-  // Alpha is multiplied by 1, which leaves it as it is: one straight loop
-  // over every float vectorises.
-  const float by[4] = {gain, gain, gain, 1.0f};
+  // Alpha is multiplied by 1, which leaves it as it is: blocks of four
+  // pixels times a fixed pattern vectorise.
+  float by[16];
+  for (int k = 0; k < 16; ++k) by[k] = k % 4 == 3 ? 1.0f : gain;
   float* p = row.rgba;
   const size_t n = size_t(std::max(row.n, 0)) * 4;
-  for (size_t i = 0; i < n; ++i) p[i] *= by[i % 4];
+  size_t i = 0;
+  for (; i + 16 <= n; i += 16)
+    for (size_t k = 0; k < 16; ++k) p[i + k] *= by[k];
+  for (; i < n; ++i) p[i] *= by[i % 4];
 }
 
 VG_ROW_CLONES void exposure(float gain, const PlanarRow& row) {

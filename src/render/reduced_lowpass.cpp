@@ -55,6 +55,22 @@ VG_ROW_CLONES void accumulateMinimum(float* acc, const float* row, float w, int 
   }
 }
 
+// One grid row's cells from the sum of its source rows, in columns:
+// out[x] (C floats) = Σ_k w[k n + x] · acc[first[x] + k] (pixels of C
+// floats), k < K ascending. Cells narrower than K columns have weights 0
+// at the end (acc has K pixels of zeros past its end for them).
+template <int C>
+VG_ROW_CLONES void reduceCells(const float* acc, const int* first, const float* w, int K, int n, float* out) {
+  std::fill(out, out + size_t(n) * C, 0.0f);
+  for (int k = 0; k < K; ++k) {
+    const float* wk = w + size_t(k) * size_t(n);
+    for (int x = 0; x < n; ++x) {
+      const float* p = acc + size_t(first[x] + k) * C;
+      for (int c = 0; c < C; ++c) out[size_t(x) * C + c] += wk[x] * p[c];
+    }
+  }
+}
+
 // out[i] (C floats) = the cells of `grid` (S floats apart) at c0[i] - first
 // and the next one, mixed by tx[i]; i < n.
 template <int C, int S>
@@ -87,6 +103,11 @@ struct ReducedLowpass::Collector {
   };
   Rect image;
   std::vector<Span> sx, sy;
+  // The column spans as reduceCells takes them: each cell's first column
+  // (from the image's left edge) and K weights per cell, K rows of them.
+  std::vector<int> first;
+  std::vector<float> weights;
+  int K = 0;
   std::unique_ptr<CellRow[]> cells;
   std::atomic<int> finished{0};
 };
@@ -104,6 +125,14 @@ ReducedLowpass::ReducedLowpass(const Rect& b, const Rect& outputRect, double sca
   c.image = b;
   c.sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
   c.sy = cellSpans(small.height, small.y, outputRect.y, cell, b.y, b.bottom());
+  for (const Span& span : c.sx) c.K = std::max(c.K, int(span.w.size()));
+  c.first.resize(size_t(small.width));
+  c.weights.assign(size_t(c.K) * size_t(small.width), 0.0f);
+  for (int x = 0; x < small.width; ++x) {
+    const Span& span = c.sx[size_t(x)];
+    c.first[size_t(x)] = span.first - b.x;
+    for (size_t k = 0; k < span.w.size(); ++k) c.weights[k * size_t(small.width) + size_t(x)] = span.w[k];
+  }
   c.cells = std::make_unique<Collector::CellRow[]>(size_t(small.height));
   if (source == Source::DarkChannel) {
     dark_ = GreyImage(small);
@@ -112,7 +141,7 @@ ReducedLowpass::ReducedLowpass(const Rect& b, const Rect& outputRect, double sca
   }
   for (int r = 0; r < small.height; ++r) {
     if (!c.sy[size_t(r)].w.empty()) continue;  // no row of the image in it
-    reduceColumns(r, std::vector<float>(size_t(b.width) * 4, 0.0f).data());
+    reduceColumns(r, std::vector<float>(size_t(b.width + c.K) * 4, 0.0f).data());
     ++c.finished;
   }
 }
@@ -148,12 +177,12 @@ void ReducedLowpass::add(int y, const float* rgba) {
       continue;
     }
     auto sum = [&](const float* row) {
-      if (cell.acc.empty()) cell.acc.assign(size_t(width) * (dark ? 1 : 4), 0.0f);
+      if (cell.acc.empty()) cell.acc.assign(size_t(width + c.K) * (dark ? 1 : 4), 0.0f);  // K spare pixels
       const float w = span.w[cell.next++];
       if (dark) {
         accumulateMinimum(cell.acc.data(), row, w, width);
       } else {
-        accumulate(cell.acc.data(), row, w, cell.acc.size());
+        accumulate(cell.acc.data(), row, w, size_t(width) * 4);
       }
     };
     sum(rgba);
@@ -173,26 +202,10 @@ void ReducedLowpass::add(int y, const float* rgba) {
 // of each cell's columns.
 void ReducedLowpass::reduceColumns(int r, const float* acc) {
   const Collector& c = *collector_;
-  const int x0 = c.image.x;
   if (source_ == Source::DarkChannel) {
-    float* dst = dark_.row(bounds_.y + r);
-    for (int x = 0; x < bounds_.width; ++x) {
-      const Span& vx = c.sx[size_t(x)];
-      float v = 0;
-      for (size_t k = 0; k < vx.w.size(); ++k) v += vx.w[k] * acc[size_t(vx.first + int(k) - x0)];
-      dst[x] = v;
-    }
-    return;
-  }
-  float* dst = colour_.row(bounds_.y + r);
-  for (int x = 0; x < bounds_.width; ++x) {
-    const Span& vx = c.sx[size_t(x)];
-    float px[4] = {0, 0, 0, 0};
-    for (size_t k = 0; k < vx.w.size(); ++k) {
-      const float* p = acc + size_t(vx.first + int(k) - x0) * 4;
-      for (int ch = 0; ch < 4; ++ch) px[ch] += vx.w[k] * p[ch];
-    }
-    std::copy_n(px, 4, dst + size_t(x) * 4);
+    reduceCells<1>(acc, c.first.data(), c.weights.data(), c.K, bounds_.width, dark_.row(bounds_.y + r));
+  } else {
+    reduceCells<4>(acc, c.first.data(), c.weights.data(), c.K, bounds_.width, colour_.row(bounds_.y + r));
   }
 }
 
