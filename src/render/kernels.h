@@ -246,6 +246,10 @@ struct PlanarRow {
 };
 inline constexpr int kPlanarBlock = 16;
 inline int planarPadded(int n) { return (n + kPlanarBlock - 1) / kPlanarBlock * kPlanarBlock; }
+// Narrows [x0, x1) to the part between the first and the last values of m
+// that are not 0 (x0 == x1 when all are 0; -0 counts as 0, NaN does not).
+void trimZeros(const float* m, int& x0, int& x1);
+
 // Blend with a mask: background = mix(background, adjusted, t[i]) for each
 // of the n RGBA pixels, every channel (alpha too).
 void maskBlend(float* background, const float* adjusted, const float* t, int n);

@@ -837,6 +837,19 @@ void FromPlanarImpl(const PlanarRow& in, float* rgba) {
   }
 }
 
+void TrimZerosImpl(const float* m, int* x0, int* x1) {
+  const D d;
+  const int N = int(hn::Lanes(d));
+  const V zero = hn::Zero(d);
+  int a = *x0, e = *x1;
+  while (e - a >= N && hn::AllTrue(d, hn::Eq(hn::LoadU(d, m + a), zero))) a += N;
+  while (a < e && m[a] == 0.0f) ++a;
+  while (e - a >= N && hn::AllTrue(d, hn::Eq(hn::LoadU(d, m + e - N), zero))) e -= N;
+  while (e > a && m[e - 1] == 0.0f) --e;
+  *x0 = a;
+  *x1 = e;
+}
+
 void MaskBlendImpl(float* background, const float* adjusted, const float* t, int count) {
   const D d;
   const size_t N = hn::Lanes(d);
@@ -936,6 +949,10 @@ VG_PLANAR_ENTRY(curves, CurvesPlanar, CurvesPrepared)
 VG_PLANAR_ENTRY(dither, DitherPlanar, DitherParams)
 VG_PLANAR_ENTRY(monochrome, MonochromePlanar, MonochromePrepared)
 
+HWY_EXPORT(TrimZerosImpl);
+void trimZeros(const float* m, int& x0, int& x1) {
+  if (x1 > x0) HWY_DYNAMIC_DISPATCH(TrimZerosImpl)(m, &x0, &x1);
+}
 HWY_EXPORT(MaskBlendImpl);
 void maskBlend(float* background, const float* adjusted, const float* t, int n) {
   if (n > 0) HWY_DYNAMIC_DISPATCH(MaskBlendImpl)(background, adjusted, t, n);

@@ -1,8 +1,6 @@
 #include "render/render_engine.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstdint>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -330,22 +328,6 @@ VG_ROW_CLONES void minimumComponentRow(const float* rgba, float* out, int n) {
   for (int i = 0; i < n; ++i) out[i] = std::min(rgba[size_t(i) * 4], std::min(rgba[size_t(i) * 4 + 1], rgba[size_t(i) * 4 + 2]));
 }
 
-// Narrows [x0, x1) to the values of m that are not 0 (x0 == x1 when all
-// are). Whole blocks of zeros are skipped by or-ing their bits (sign cleared,
-// so -0 counts as 0 as well), not one comparison at a time.
-void trimZeros(const float* m, int& x0, int& x1) {
-  constexpr int kBlock = 16;
-  auto zeroBlock = [m](int at) {
-    uint32_t any = 0;
-    for (int k = 0; k < kBlock; ++k) any |= std::bit_cast<uint32_t>(m[at + k]) << 1;
-    return any == 0;
-  };
-  while (x1 - x0 >= kBlock && zeroBlock(x0)) x0 += kBlock;
-  while (x0 < x1 && m[x0] == 0.0f) ++x0;
-  while (x1 - x0 >= kBlock && zeroBlock(x1 - kBlock)) x1 -= kBlock;
-  while (x1 > x0 && m[x1 - 1] == 0.0f) --x1;
-}
-
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
 void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
   const Rect& mb = mask.bounds();
@@ -365,7 +347,7 @@ Rect maskSupport(const GreyImage& mask, const Rect& within) {
     for (int y = y0; y < y1; ++y) {
       const float* m = mask.row(y) + (r.x - mask.bounds().x);
       int a = 0, e = r.width;
-      trimZeros(m, a, e);
+      kernels::trimZeros(m, a, e);
       if (a == e) continue;
       first[size_t(y - r.y)] = r.x + a;
       last[size_t(y - r.y)] = r.x + e - 1;
@@ -950,7 +932,7 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
         const Rect& mb = mask->bounds();
         if (r.y < mb.y || r.y >= mb.bottom()) return;
         int x0 = std::max(r.x, mb.x), x1 = std::min(r.x + r.n, mb.right());
-        trimZeros(mask->row(r.y) - mb.x, x0, x1);
+        kernels::trimZeros(mask->row(r.y) - mb.x, x0, x1);
         if (x0 == x1) return;
         float* span = r.rgba + size_t(x0 - r.x) * 4;
         const int n = x1 - x0;

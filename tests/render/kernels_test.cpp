@@ -646,6 +646,31 @@ TEST(Kernels, LensDistortionMapsRadially) {
 }
 
 }  // namespace
+TEST(MaskBlend, ZeroRunsAreTrimmedFromBothEndsOnEveryInstructionSet) {
+  test::onEveryTarget([&] {
+    for (int n : {0, 1, 5, 16, 17, 40, 100}) {
+      for (int lo = 0; lo <= n; lo += 3) {
+        for (int hi = lo; hi <= n; hi += 5) {
+          // Zeros (some of them -0) around [lo, hi), whose ends are not 0.
+          std::vector<float> m(size_t(n), 0.0f);
+          for (int i = 0; i < n; i += 7) m[size_t(i)] = -0.0f;
+          for (int i = lo; i < hi; ++i) m[size_t(i)] = 0.5f;
+          if (hi - lo > 2) m[size_t(lo + 1)] = 0.0f;  // zeros inside stay
+          if (hi > lo) m[size_t(hi - 1)] = std::numeric_limits<float>::quiet_NaN();  // NaN is not 0
+          int x0 = 0, x1 = n;
+          trimZeros(m.data(), x0, x1);
+          if (hi == lo) {
+            ASSERT_EQ(x0, x1) << n << " " << lo;
+          } else {
+            ASSERT_EQ(x0, lo) << n << " " << lo << " " << hi;
+            ASSERT_EQ(x1, hi) << n << " " << lo << " " << hi;
+          }
+        }
+      }
+    }
+  });
+}
+
 TEST(MaskBlend, MixesEveryChannelByItsPixelsMaskOnEveryInstructionSet) {
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> u(-0.5f, 1.5f);
