@@ -71,6 +71,14 @@ VG_ROW_CLONES void reduceCells(const float* acc, const int* first, const float* 
   }
 }
 
+// out[i] = min(r, g, b) of pixel i, i < n
+VG_ROW_CLONES void minimumRow(const float* rgba, float* out, int n) {
+  for (int i = 0; i < n; ++i) {
+    const float* p = rgba + size_t(i) * 4;
+    out[i] = std::min(p[0], std::min(p[1], p[2]));
+  }
+}
+
 // out[i] (C floats) = the cells of `grid` (S floats apart) at c0[i] - first
 // and the next one, mixed by tx[i]; i < n.
 template <int C, int S>
@@ -121,6 +129,7 @@ ReducedLowpass::ReducedLowpass(const Rect& b, const Rect& outputRect, double sca
   small.height = cellOf(b.bottom() - 1e-9, outputRect.y) + 1 - small.y;
   bounds_ = small;
   image_ = b;
+  pixelCells_ = scale == 1.0 && small.width == b.width && small.height == b.height;
   Collector& c = *collector_;
   c.image = b;
   c.sx = cellSpans(small.width, small.x, outputRect.x, cell, b.x, b.right());
@@ -164,6 +173,15 @@ void ReducedLowpass::add(int y, const float* rgba) {
   Collector& c = *collector_;
   const int width = c.image.width;
   const bool dark = source_ == Source::DarkChannel;
+  if (pixelCells_) {  // the row is its cell row (cells count from the output's origin)
+    if (dark) {
+      minimumRow(rgba, dark_.row(y - outputRect_.y), width);
+    } else {
+      std::memcpy(colour_.row(y - outputRect_.y), rgba, size_t(width) * 4 * sizeof(float));
+    }
+    ++c.finished;
+    return;
+  }
   // The cell rows whose spans hold row y: at most two neighbours (cells are
   // at least a pixel high).
   const int guess = std::clamp(int(std::floor((y - outputRect_.y) * scale_)) - bounds_.y, 0, bounds_.height - 1);
@@ -281,6 +299,10 @@ const float* ReducedLowpass::Rows::wideRow(int r) {
 
 const float* ReducedLowpass::Rows::operator()(int y) {
   const Rect& sb = low_.bounds_;
+  if (low_.pixelCells_) {  // the grid is the enlargement
+    const int r = std::clamp(y - low_.outputRect_.y, sb.y, sb.bottom() - 1);
+    return low_.source_ == Source::DarkChannel ? low_.dark_.row(r) : low_.colour_.row(r);
+  }
   const double v = std::clamp((y + 0.5 - low_.outputRect_.y) * low_.scale_ - 0.5, double(sb.y), double(sb.bottom() - 1));
   const int r0 = int(std::floor(v));
   const int r1 = std::min(r0 + 1, sb.bottom() - 1);

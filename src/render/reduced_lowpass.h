@@ -40,7 +40,8 @@ class ReducedLowpass {
     DarkChannel,  // min(R, G, B), handed on as one float per pixel
   };
 
-  // The reduction of `image` by `scale` (< 1), blurred by `sigma` grid cells.
+  // The reduction of `image` by `scale` (at most 1; at 1 a cell is a pixel
+  // and the enlargement gives the grid back), blurred by `sigma` grid cells.
   ReducedLowpass(const Image& image, const Rect& outputRect, double scale, Source source, double sigma);
   // The same for an image of `bounds` whose rows come through add().
   ReducedLowpass(const Rect& bounds, const Rect& outputRect, double scale, Source source, double sigma);
@@ -89,6 +90,7 @@ class ReducedLowpass {
   double scale_;
   Rect image_;      // the image's bounds
   Rect bounds_;     // the grid's cells
+  bool pixelCells_ = false;  // scale 1: each cell is the pixel under it
   Image colour_;    // Colour: RGBA cells
   GreyImage dark_;  // DarkChannel: one float per cell
   double sigma_;

@@ -323,11 +323,6 @@ int clarityReach(double s) {
   return int(std::ceil((blurReach(8.0 * s) + 2) / kClarityScale)) + 2;
 }
 
-// out[i] = min(r, g, b) of pixel i, i < n
-VG_ROW_CLONES void minimumComponentRow(const float* rgba, float* out, int n) {
-  for (int i = 0; i < n; ++i) out[i] = std::min(rgba[size_t(i) * 4], std::min(rgba[size_t(i) * 4 + 1], rgba[size_t(i) * 4 + 2]));
-}
-
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
 void blendRow(float* background, const float* adjusted, int n, int x, int y, const GreyImage& mask) {
   const Rect& mb = mask.bounds();
@@ -693,35 +688,17 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
   if (a.dehaze != 0) {
     DehazeParams p{float(a.dehaze / 100 * 0.8)};
     double sigma = 6 * s;
+    // The dark channel lives on a reduced grid from 6 pixels of sigma on;
+    // below, on a grid of one pixel per cell (the same dark channel and blur
+    // as at full size), which the pass before fills all the same.
     const int f = darkChannelFactor(sigma);
-    if (f > 1) {
-      st.push_back(reducedStage(
-          [sigma, f, outputRect](const Rect& bounds) {
-            return std::make_unique<ReducedLowpass>(bounds, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel,
-                                                    darkChannelSigma(sigma, f));
-          },
-          [p](const KernelRow& r) { dehazeGrey(p, r); }, darkChannelReach(sigma)));
-    } else {  // sigma below 6: the blur streams at full size
-      st.push_back(Stage::fullStage(
-          [p, sigma](Image& image, const RowFn& after) {
-            // The dark channel in one float per pixel, blurred as it streams
-            // into the kernel's grey aux row. Its rows live in a (recycled)
-            // image buffer a quarter as wide.
-            const Rect b = image.bounds();
-            Image scratch = Image::uninitialized(Rect{0, b.y, (b.width + 3) / 4, b.height});
-            parallelRows(b, kGrainRows, [&](int y0, int y1) {
-              for (int y = y0; y < y1; ++y) minimumComponentRow(image.row(y), scratch.row(y), b.width);
-            });
-            const GreyRows dark{scratch.row(b.y), scratch.strideFloats(), b};
-            gaussianBlurGreyRows(dark, float(sigma), b, [&](int y, const float* blurred) {
-              KernelRow row{image.row(y), blurred, b.width, b.x, y};
-              dehazeGrey(p, row);
-              row.aux = nullptr;
-              if (after) after(row);
-            });
-          },
-          darkChannelReach(sigma)));
-    }
+    const double gridSigma = f == 1 ? sigma : darkChannelSigma(sigma, f);
+    st.push_back(reducedStage(
+        [f, gridSigma, outputRect](const Rect& bounds) {
+          return std::make_unique<ReducedLowpass>(bounds, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel,
+                                                  gridSigma);
+        },
+        [p](const KernelRow& r) { dehazeGrey(p, r); }, darkChannelReach(sigma)));
   }
   // 16 Sharpening.
   if (a.sharpen > 0) {
@@ -869,7 +846,7 @@ int RenderEngine::chainExtraBuffers(const GlobalAdjustments& a, double s) {
   blur(a.defringe > 0, 1.2 * s);
   blur(a.texture != 0, 2.2 * s);
   blur(a.sharpen > 0, a.sharpenRadius * s);
-  if (a.dehaze != 0 && darkChannelFactor(6 * s) == 1) extra = std::max(extra, gaussianBlurStreams(float(6 * s)) ? 1 : 3);
+  if (a.dehaze != 0 && darkChannelFactor(6 * s) == 1) extra = std::max(extra, 1);  // the full-size dark channel
   return extra;
 }
 

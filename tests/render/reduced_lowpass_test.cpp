@@ -176,6 +176,24 @@ TEST(ReducedLowpass, RowsFedInAnyOrderGiveTheSameBits) {
   }
 }
 
+TEST(ReducedLowpass, ScaleOneIsTheFullSizeBlur) {
+  // Cells of one pixel, counted from an output origin that is not the
+  // image's: the dark channel's blur at full size, exactly.
+  const Rect output{-7, -2, 80, 60};
+  const Rect r{5, 3, 60, 40};
+  const Image src = smoothImage(r);
+  Image dark(r);
+  for (int y = r.y; y < r.bottom(); ++y)
+    for (int x = r.x; x < r.right(); ++x) {
+      const float* p = src.at(x, y);
+      dark.at(x, y)[0] = std::min(p[0], std::min(p[1], p[2]));
+    }
+  const Image expected = gaussianBlur(dark, 2.0f);
+  const Image aux = enlarged(ReducedLowpass(src, output, 1.0, ReducedLowpass::Source::DarkChannel, 2.0), r, true);
+  for (int y = r.y; y < r.bottom(); ++y)
+    for (int x = r.x; x < r.right(); ++x) ASSERT_EQ(aux.at(x, y)[0], expected.at(x, y)[0]) << x << "," << y;
+}
+
 TEST(ReducedLowpass, AMissingRowIsAnErrorNotAGrid) {
   const Rect r{0, 0, 40, 30};
   const Image src = smoothImage(r);
