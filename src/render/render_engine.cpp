@@ -209,17 +209,21 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     });
     passed(true);
   }
+  // The chain in place, its rows first prepared by `prepare` (if any).
+  auto runChain = [&](const std::function<RowPrepare()>& prepare) {
+    bool done = false;
+    try {
+      gaussianBlurChain(image, image, chain, prepare);
+      done = true;
+    } catch (const std::exception&) {
+      logLine(kKernelApplyFailed);
+    }
+    passed(done);
+    i = chainEnd;
+  };
   while (i < stages.size()) {
     if (!(chain = chainFrom(i, &chainEnd, 2)).empty()) {
-      bool done = false;
-      try {
-        gaussianBlurChain(image, image, chain);
-        done = true;
-      } catch (const std::exception&) {
-        logLine(kKernelApplyFailed);
-      }
-      passed(done);
-      i = chainEnd;
+      runChain({});
       continue;
     }
     size_t j = i + 1;
@@ -230,22 +234,14 @@ void runStages(Image& image, const std::vector<Stage>& stages,
       // passes after them.
       const std::unique_ptr<ReducedLowpass> low = std::move(filled);
       const Stage& st = stages[i];
-      bool done = false;
-      try {
-        gaussianBlurChain(image, image, chain, [&]() -> RowPrepare {
-          auto rows = std::make_shared<ReducedLowpass::Rows>(*low);
-          return [rows, &st, &points, b](float* row, int y) {
-            const kernels::KernelRow r{row, nullptr, b.width, b.x, y};
-            st.reducedRow(r, *rows);
-            if (points) points(r);
-          };
-        });
-        done = true;
-      } catch (const std::exception&) {
-        logLine(kKernelApplyFailed);
-      }
-      passed(done);
-      i = chainEnd;
+      runChain([&]() -> RowPrepare {
+        auto rows = std::make_shared<ReducedLowpass::Rows>(*low);
+        return [rows, &st, &points, b](float* row, int y) {
+          const kernels::KernelRow r{row, nullptr, b.width, b.x, y};
+          st.reducedRow(r, *rows);
+          if (points) points(r);
+        };
+      });
       continue;
     }
     const RowFn after = feeding(j, points);

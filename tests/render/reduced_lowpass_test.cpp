@@ -30,6 +30,18 @@ Image smoothImage(const Rect& r) {
   return img;
 }
 
+// min(R, G, B) of src, in R.
+Image darkChannel(const Image& src) {
+  const Rect r = src.bounds();
+  Image dark(r);
+  for (int y = r.y; y < r.bottom(); ++y)
+    for (int x = r.x; x < r.right(); ++x) {
+      const float* p = src.at(x, y);
+      dark.at(x, y)[0] = std::min(p[0], std::min(p[1], p[2]));
+    }
+  return dark;
+}
+
 // The aux rows apply() hands its kernel, as an image (a grey aux in R).
 Image enlarged(const ReducedLowpass& low, const Rect& bounds, bool grey = false) {
   Image image(bounds), aux(bounds);
@@ -73,13 +85,7 @@ TEST(ReducedLowpass, ColourIsCloseToTheFullSizeBlurOnSmoothPictures) {
 TEST(ReducedLowpass, DarkChannelFollowsTheMinimum) {
   const Rect r{-20, 10, 160, 90};
   const Image src = smoothImage(r);
-  Image dark(r);
-  for (int y = r.y; y < r.bottom(); ++y)
-    for (int x = r.x; x < r.right(); ++x) {
-      const float* p = src.at(x, y);
-      dark.at(x, y)[0] = std::min(p[0], std::min(p[1], p[2]));
-    }
-  const Image full = gaussianBlur(dark, 6.0f);
+  const Image full = gaussianBlur(darkChannel(src), 6.0f);
   ReducedLowpass low(src, r, 0.5, ReducedLowpass::Source::DarkChannel, darkChannelSigma(6.0, 2));
   const Image aux = enlarged(low, r, true);
   const Rect inner = r.grown(-4);
@@ -182,13 +188,7 @@ TEST(ReducedLowpass, ScaleOneIsTheFullSizeBlur) {
   const Rect output{-7, -2, 80, 60};
   const Rect r{5, 3, 60, 40};
   const Image src = smoothImage(r);
-  Image dark(r);
-  for (int y = r.y; y < r.bottom(); ++y)
-    for (int x = r.x; x < r.right(); ++x) {
-      const float* p = src.at(x, y);
-      dark.at(x, y)[0] = std::min(p[0], std::min(p[1], p[2]));
-    }
-  const Image expected = gaussianBlur(dark, 2.0f);
+  const Image expected = gaussianBlur(darkChannel(src), 2.0f);
   const Image aux = enlarged(ReducedLowpass(src, output, 1.0, ReducedLowpass::Source::DarkChannel, 2.0), r, true);
   for (int y = r.y; y < r.bottom(); ++y)
     for (int x = r.x; x < r.right(); ++x) ASSERT_EQ(aux.at(x, y)[0], expected.at(x, y)[0]) << x << "," << y;
