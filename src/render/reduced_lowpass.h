@@ -55,7 +55,6 @@ class ReducedLowpass {
   // Every row of `image` (of the bounds given), in parallel, then finish().
   void addAll(const Image& image);
 
-
   // The enlarged low-pass, row by row, for one thread (after finish()): the
   // aux row for row y of the image, valid until the next call. Rows in
   // ascending order cost one interpolation between two wide rows each.
