@@ -863,6 +863,8 @@ void MaskBlendImpl(float* background, const float* adjusted, const float* t, int
     StoreRgba(d, hn::MulAdd(hn::Sub(ar, r), m, r), hn::MulAdd(hn::Sub(ag, g), m, g), hn::MulAdd(hn::Sub(ab, b), m, b),
               hn::MulAdd(hn::Sub(aa, a), m, a), background + i * 4);
   }
+  // The last pixels with the same fused multiply-add as the vectors, so
+  // every pixel of a row rounds alike.
   for (; i < n; ++i) {
     for (size_t c = 0; c < 4; ++c) {
       float& v = background[i * 4 + c];
