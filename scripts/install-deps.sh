@@ -35,6 +35,21 @@ packages=(
   libexiv2-dev
   exiv2
   libimage-exiftool-perl
+  # analyses: horizon, subject masks (OpenCV), faces and landmarks (dlib)
+  libopencv-core-dev
+  libopencv-imgproc-dev
+  libopencv-dnn-dev
+  libdlib-dev
+  libdlib-data
+  # library backup archives
+  libarchive-dev
+  # desktop application, its Chinese text and its screenshots
+  qt6-base-dev
+  qt6-base-dev-tools
+  libgl-dev
+  fonts-wqy-microhei
+  xvfb
+  xauth
 )
 
 missing=()

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "store/manual_executor.h"
 #include "store/serial_queue.h"
+#include "store/thread_pool.h"
+#include "model/log.h"
 
 namespace vg {
 namespace {
@@ -69,6 +72,36 @@ TEST(SerialQueue, RunsTasksOneAtATimeInPostingOrder) {
     EXPECT_GT(v % 1000, last[size_t(v / 1000)]);
     last[size_t(v / 1000)] = v % 1000;
   }
+}
+
+TEST(ThreadPool, RunsTasksConcurrentlyWaitsForIdleAndSurvivesThrowingTasks) {
+  ScopedLogCapture log;
+  std::atomic<int> done = 0, peak = 0, running = 0, afterDestruction = 0;
+  std::atomic<bool> waitRefusedOnWorker = false;
+  {
+    ThreadPool pool("vg.test.pool", 3);
+    EXPECT_EQ(pool.threadCount(), 3u);
+    for (int i = 0; i < 60; ++i) {
+      pool.post([&, i] {
+        const int now = running.fetch_add(1) + 1;
+        int seen = peak.load();
+        while (now > seen && !peak.compare_exchange_weak(seen, now)) {
+        }
+        std::this_thread::sleep_for(1ms);
+        running.fetch_sub(1);
+        done++;
+        if (i == 7) throw std::runtime_error("boom");
+      });
+    }
+    pool.post([&] { waitRefusedOnWorker = pool.isCurrent() && !pool.waitIdle(); });
+    ASSERT_TRUE(pool.waitIdle());
+    EXPECT_EQ(done.load(), 60) << "waitIdle returns only once every task has run";
+    for (int i = 0; i < 20; ++i) pool.post([&] { afterDestruction++; });
+  }
+  EXPECT_TRUE(waitRefusedOnWorker);
+  EXPECT_GT(peak.load(), 1) << "tasks run side by side";
+  EXPECT_EQ(afterDestruction.load(), 20) << "the destructor runs what is still queued";
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"Verdantglass: 后台任务失败 boom"});
 }
 
 }  // namespace
