@@ -20,6 +20,7 @@ const std::vector<Command>& allCommands() {
     append(list, batchCommands());
     append(list, exportCommands());
     append(list, renderCommands());
+    append(list, automaskCommands());
     return list;
   }();
   return all;

@@ -17,5 +17,6 @@ std::vector<Command> presetCommands();
 std::vector<Command> batchCommands();
 std::vector<Command> exportCommands();
 std::vector<Command> renderCommands();
+std::vector<Command> automaskCommands();
 
 }  // namespace vg::cli
