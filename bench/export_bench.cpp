@@ -16,12 +16,14 @@
 #include <filesystem>
 
 #include "io/image_exporter.h"
+#include "shared_files.h"
 #include "render/color_profiles.h"
 
 namespace {
 
 using vg::Image;
 using vg::ImageExporter;
+using vg::bench::sharedTestFile;
 
 void paint(Image& img, int width, int height) {
   const vg::Rect& b = img.bounds();
@@ -50,21 +52,6 @@ double peakRssMiB() {
   rusage u{};
   getrusage(RUSAGE_SELF, &u);
   return double(u.ru_maxrss) / 1024.0;
-}
-
-// A file of the shared test set beside the repository ($VG_SHARED_DIR, else
-// ../shared from the source tree or from the folder holding it); empty when
-// there is none.
-std::filesystem::path sharedTestFile(const char* relative) {
-  std::vector<std::filesystem::path> roots;
-  if (const char* env = std::getenv("VG_SHARED_DIR")) roots.emplace_back(env);
-  roots.push_back(std::filesystem::path(VG_SOURCE_DIR) / ".." / "shared");
-  roots.push_back(std::filesystem::path(VG_SOURCE_DIR) / ".." / ".." / "shared");
-  for (const auto& root : roots) {
-    auto p = root / "testdata" / relative;
-    if (std::filesystem::exists(p)) return p;
-  }
-  return {};
 }
 
 std::filesystem::path benchOut(const char* name) {

@@ -21,6 +21,7 @@ const std::vector<Command>& allCommands() {
     append(list, exportCommands());
     append(list, renderCommands());
     append(list, automaskCommands());
+    append(list, analysisCommands());
     return list;
   }();
   return all;

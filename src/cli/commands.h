@@ -18,5 +18,6 @@ std::vector<Command> batchCommands();
 std::vector<Command> exportCommands();
 std::vector<Command> renderCommands();
 std::vector<Command> automaskCommands();
+std::vector<Command> analysisCommands();
 
 }  // namespace vg::cli

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/commands.h"
+#include "cli/image_input.h"
 #include "io/image_loader.h"
 #include "io/load_error.h"
 #include "io/working_image_files.h"
@@ -19,56 +20,6 @@ namespace vg::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Prepared {
-  ImageLoader::Loaded loaded;
-  std::shared_ptr<const Image> source;  // at the render scale
-  EditDocument recipe;
-  double scale = 1;
-};
-
-// Loads IMAGE, the recipe (--recipe, else the saved one, else the default)
-// and reduces the source to --scale. Returns the exit code on failure.
-std::optional<int> prepare(const ParsedArgs& args, Io& io, Prepared& p, std::optional<double> maxLongEdge = {}) {
-  const fs::path image = args.positionals.at(0);
-  if (image.empty()) {
-    io.err << "verdantglass-cli: IMAGE must not be empty\n";
-    return kExitUsage;
-  }
-  if (args.has("scale")) {
-    std::string text = *args.value("scale");
-    char* end = nullptr;
-    double s = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !std::isfinite(s) || s <= 0 || s > 1) {
-      io.err << "verdantglass-cli: --scale needs a number in (0, 1], got '" << text << "'\n";
-      return kExitUsage;
-    }
-    p.scale = s;
-  }
-  if (args.has("recipe")) {
-    std::optional<std::string> text = readInputText(args.value("recipe"), io);
-    if (!text) return kExitFailed;
-    std::optional<EditDocument> doc = decodeEditDocument(*text);
-    if (!doc) {
-      io.err << "verdantglass-cli: " << *args.value("recipe") << " is not a recipe (a JSON object)\n";
-      return kExitFailed;
-    }
-    p.recipe = std::move(*doc);
-  } else if (std::optional<EditDocument> saved = loadSavedRecipe(image)) {
-    p.recipe = std::move(*saved);
-  }
-  try {
-    p.loaded = ImageLoader::load(image, p.recipe.raw);
-  } catch (const ImageLoadError& e) {
-    io.err << "verdantglass-cli: " << e.what() << "\n";
-    return kExitFailed;
-  }
-  p.source = p.loaded.image;
-  double longest = std::max(p.source->width(), p.source->height());
-  if (maxLongEdge && longest * p.scale > *maxLongEdge) p.scale = *maxLongEdge / longest;
-  if (p.scale < 1) p.source = ImageLoader::downscaled(p.source, p.scale * longest);
-  return std::nullopt;
-}
 
 RenderEngine& engine() {
   static RenderEngine e(supportFolder() / "LUTs");
@@ -120,8 +71,8 @@ int runRender(const ParsedArgs& args, Io& io) {
     io.err << "verdantglass-cli: -o OUT must end in .tif, .tiff, .png, .jpg or .jpeg\n";
     return kExitUsage;
   }
-  Prepared p;
-  if (auto code = prepare(args, io, p)) return *code;
+  PreparedImage p;
+  if (auto code = prepareImage(args, io, p)) return *code;
   std::error_code ec;
   if (fs::equivalent(outPath, args.positionals.at(0), ec)) {
     io.err << "verdantglass-cli: the output would overwrite the source image\n";
@@ -160,8 +111,8 @@ int runMask(const ParsedArgs& args, Io& io) {
     io.err << "verdantglass-cli: --id needs a mask UUID, got '" << *args.value("id") << "'\n";
     return kExitUsage;
   }
-  Prepared p;
-  if (auto code = prepare(args, io, p)) return *code;
+  PreparedImage p;
+  if (auto code = prepareImage(args, io, p)) return *code;
   auto layer = std::find_if(p.recipe.masks.begin(), p.recipe.masks.end(), [&](const MaskLayer& m) { return m.id == *id; });
   if (layer == p.recipe.masks.end()) {
     io.err << "verdantglass-cli: the recipe has no mask " << *args.value("id") << "\n";
@@ -189,8 +140,8 @@ int runMask(const ParsedArgs& args, Io& io) {
 }
 
 int runHistogram(const ParsedArgs& args, Io& io) {
-  Prepared p;
-  if (auto code = prepare(args, io, p, ImageLoader::kPreviewMaxDimension)) return *code;
+  PreparedImage p;
+  if (auto code = prepareImage(args, io, p, ImageLoader::kPreviewMaxDimension)) return *code;
   RenderOptions options;
   options.scale = p.scale;
   options.integralRect = true;  // the preview's output rectangle

@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <numbers>
+
+#include "cli/cli_run.h"
+#include "io/working_image_files.h"
+#include "support/test_support.h"
+
+namespace vg::cli {
+namespace {
+
+// Sky over ground, the boundary through the centre falling `tilt` degrees to the right.
+void writeHorizon(const std::filesystem::path& file, double tilt) {
+  const int w = 600, h = 400;
+  const double t = std::tan(tilt * std::numbers::pi / 180.0);
+  Image img(w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      double edge = h / 2.0 + (x + 0.5 - w / 2.0) * t;
+      float v = float(0.7 - 0.6 * std::clamp(y + 1.0 - edge, 0.0, 1.0));
+      float* p = img.at(x, y);
+      p[0] = p[1] = p[2] = v;
+      p[3] = 1;
+    }
+  writeWorkingImage(file, img);
+}
+
+TEST(StraightenCommand, PrintsTheAngleForThePictureAsTheRecipeShowsIt) {
+  test::TempDir dir;
+  writeHorizon(dir / "tilted.png", 5.0);
+  auto angleOf = [](const CliRun& r) { return nlohmann::json::parse(r.out).at("angle").get<double>(); };
+
+  CliRun plain = runTool({"straighten", (dir / "tilted.png").string()});
+  ASSERT_EQ(plain.code, 0) << plain.err;
+  EXPECT_NEAR(angleOf(plain), -5.0, 0.5);
+
+  test::writeFile(dir / "mirror.json", R"({"crop":{"flipHorizontal":true,"angle":3}})");
+  CliRun mirrored = runTool({"straighten", (dir / "tilted.png").string(), "--recipe", (dir / "mirror.json").string()});
+  ASSERT_EQ(mirrored.code, 0) << mirrored.err;
+  EXPECT_NEAR(angleOf(mirrored), 5.0, 0.5);
+
+  // A quarter turn stands the line on end: nothing left to level.
+  test::writeFile(dir / "turned.json", R"({"crop":{"quarterTurn":1}})");
+  CliRun turned = runTool({"straighten", (dir / "tilted.png").string(), "--recipe", (dir / "turned.json").string()});
+  EXPECT_EQ(turned.code, 1);
+  EXPECT_EQ(turned.out, "");
+  EXPECT_EQ(turned.err, "未检测到可用的地平线\n");
+}
+
+TEST(StraightenCommand, BadInputFailsCleanly) {
+  test::TempDir dir;
+  test::writeFile(dir / "broken.jpg", "not a picture");
+  CliRun broken = runTool({"straighten", (dir / "broken.jpg").string()});
+  EXPECT_EQ(broken.code, 1);
+  EXPECT_NE(broken.err.find("broken.jpg"), std::string::npos);
+  EXPECT_EQ(runTool({"straighten"}).code, 2);
+}
+
+}  // namespace
+}  // namespace vg::cli
