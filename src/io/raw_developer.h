@@ -48,11 +48,16 @@ namespace vg {
 
 struct DevelopedRaw {
   Image image;
-  PhotoMetadata facts;  // LibRaw's own facts, with rawSummary
+  PhotoMetadata facts;  // LibRaw's own facts, with rawSummary (libraw_file.h)
 };
 
+// half: LibRaw's half-size development (one output pixel per 2×2 cell of
+// the mosaic, no demosaicing; files without a mosaic develop at full size),
+// for quick previews. Everything else is the same development.
+enum class RawScale { full, half };
+
 DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings& settings,
-                        std::string_view fileName);
+                        std::string_view fileName, RawScale scale = RawScale::full);
 
 // The presets that apply to this file (all of them for Bayer sensors, none
 // for X-Trans or linear files), or nothing when LibRaw cannot open it.
