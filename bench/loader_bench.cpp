@@ -10,6 +10,10 @@
 //   /dev/null (process start included): the yardstick for the line above.
 // - LoadJpeg24MP: the whole ImageLoader::load (file read, Exif, decode).
 // - DownscalePreview24MP: the 24 MP image shrunk to the 2400-pixel preview.
+// - PreviewJpeg24MP: the camera JPEG opened for its first 2400-pixel
+//   preview through loadPreview (a 3/8... 4/8 DCT-scaled decode, then the
+//   shared shrink); PreviewByFullLoad24MP: the same picture through load()
+//   and downscaled(), the way it was made before.
 // The camera file is read from the shared test set when it is present
 // (../shared/testdata beside the repository, or $VG_SHARED_TESTDATA);
 // otherwise the file benchmarks are skipped.
@@ -124,5 +128,32 @@ void DownscalePreview24MP(benchmark::State& state) {
   }
 }
 BENCHMARK(DownscalePreview24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
+
+void PreviewJpeg24MP(benchmark::State& state) {
+  auto path = cameraJpeg();
+  if (path.empty()) {
+    state.SkipWithError("shared test set not found");
+    return;
+  }
+  for (auto _ : state) {
+    auto loaded = vg::ImageLoader::loadPreview(path, vg::ImageLoader::kPreviewMaxDimension);
+    benchmark::DoNotOptimize(loaded.image.get());
+  }
+}
+BENCHMARK(PreviewJpeg24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
+
+void PreviewByFullLoad24MP(benchmark::State& state) {
+  auto path = cameraJpeg();
+  if (path.empty()) {
+    state.SkipWithError("shared test set not found");
+    return;
+  }
+  for (auto _ : state) {
+    auto loaded = vg::ImageLoader::load(path);
+    auto preview = vg::ImageLoader::downscaled(loaded.image, vg::ImageLoader::kPreviewMaxDimension);
+    benchmark::DoNotOptimize(preview.get());
+  }
+}
+BENCHMARK(PreviewByFullLoad24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 }  // namespace

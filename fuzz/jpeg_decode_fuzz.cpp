@@ -1,6 +1,9 @@
-// The JPEG decoder on arbitrary bytes, with every orientation: it must
-// either refuse with DecodeError or return an upright image of the declared
-// size whose alpha is 1 everywhere.
+// The JPEG decoder on arbitrary bytes, with every orientation, at full size
+// or reduced: it must either refuse with DecodeError or return an upright
+// image of the declared size (a reduced one no larger, and reaching the
+// requested side unless the full image is smaller) whose alpha is 1
+// everywhere.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -15,9 +18,15 @@ using vg::fuzz::check;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vg::decode_limits::ScopedMaxPixels limit(4 << 20);
   int orientation = size > 0 ? 1 + data[size - 1] % 8 : 1;
+  vg::DecodeOptions options{orientation};
+  if (size > 1 && data[size - 2] % 2) options.minLongSide = data[size - 2];
   try {
-    vg::DecodedImage d = vg::decodeJpeg({data, size}, vg::DecodeOptions{orientation});
+    vg::DecodedImage d = vg::decodeJpeg({data, size}, options);
     check(d.image.width() >= 1 && d.image.height() >= 1);
+    const int side = std::max(d.image.width(), d.image.height());
+    const int fullSide = std::max(d.fullWidth, d.fullHeight);
+    check(side <= fullSide && (side >= options.minLongSide || side == fullSide));
+    check((d.image.width() >= d.image.height()) == (d.fullWidth >= d.fullHeight));
     for (int y = 0; y < d.image.height(); y += 7) {
       const float* p = d.image.row(y);
       for (int x = 0; x < d.image.width(); ++x) check(p[x * 4 + 3] == 1.0f && std::isfinite(p[x * 4]));

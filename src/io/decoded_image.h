@@ -12,6 +12,10 @@ struct DecodedImage {
   Image image;                 // upright, linear working space, premultiplied
   std::string profileName;     // description of the embedded profile used, or empty
   std::string colorModel;      // "RGB", "Gray" or "CMYK": what the samples were
+  // The upright size a full-scale decode gives. Decoders that can decode
+  // reduced (JPEG, HEIF) set it; 0 means the image's own size.
+  int fullWidth = 0;
+  int fullHeight = 0;
 };
 
 // Options shared by the plain decoders.
@@ -19,6 +23,11 @@ struct DecodeOptions {
   // EXIF orientation (1-8) to apply; the TIFF decoder reads its own tag and
   // HEIF applies its container transforms instead.
   int orientation = 1;
+  // Reduced decode, for previews: the decoder may return a smaller image
+  // whose longer side is still at least this (JPEG: a DCT scale of n/8;
+  // HEIF: a thumbnail). 0, or a value the full size does not reach, decodes
+  // at full size. Decoders without a reduced mode ignore it.
+  double minLongSide = 0;
 };
 
 }  // namespace vg

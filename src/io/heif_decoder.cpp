@@ -90,6 +90,80 @@ InputColor::Transfer transferOf(heif_transfer_characteristics t) {
   }
 }
 
+// The colour conversion a handle's own profile asks for (nothing when it
+// has no usable one) and the colour-space label it gives.
+struct HandleColor {
+  std::optional<InputColor> color;
+  std::string label;
+};
+
+HandleColor colorOf(heif_image_handle* handle, const SourceFormat& format) {
+  HandleColor out;
+  switch (heif_image_handle_get_color_profile_type(handle)) {
+    case heif_color_profile_type_prof:
+    case heif_color_profile_type_rICC: {
+      size_t size = heif_image_handle_get_raw_color_profile_size(handle);
+      std::vector<uint8_t> icc(size);
+      if (size > 0 && heif_image_handle_get_raw_color_profile(handle, icc.data()).code == heif_error_Ok) {
+        out.color.emplace(InputColor::fromIcc(icc, format));
+      }
+      break;
+    }
+    case heif_color_profile_type_nclx: {
+      heif_color_profile_nclx* nclx = nullptr;
+      const heif_error found = heif_image_handle_get_nclx_color_profile(handle, &nclx);
+      // libheif may hand over a profile together with an error (primaries it
+      // does not know): it is ours to free either way.
+      std::unique_ptr<heif_color_profile_nclx, NclxDeleter> guard(nclx);
+      if (found.code == heif_error_Ok && nclx) {
+        InputColor::Primaries p{nclx->color_primary_red_x,   nclx->color_primary_red_y,
+                                nclx->color_primary_green_x, nclx->color_primary_green_y,
+                                nclx->color_primary_blue_x,  nclx->color_primary_blue_y,
+                                nclx->color_primary_white_x, nclx->color_primary_white_y};
+        bool valid = p.redY > 0 && p.greenY > 0 && p.blueY > 0 && p.whiteY > 0;
+        if (valid) {
+          const InputColor::Transfer transfer = transferOf(nclx->transfer_characteristics);
+          out.color.emplace(InputColor::fromPrimaries(p, transfer, format));
+          if (nclx->color_primaries == heif_color_primaries_SMPTE_EG_432_1) out.label = "Display P3";
+          if (nclx->color_primaries == heif_color_primaries_ITU_R_BT_2020_2_and_2100_0) {
+            out.label = transfer == InputColor::Transfer::pq    ? "Rec. 2100 PQ"
+                        : transfer == InputColor::Transfer::hlg ? "Rec. 2100 HLG"
+                                                                 : "Rec. 2020";
+          }
+        }
+      }
+      break;
+    }
+    default:
+      break;
+  }
+  if (out.label.empty() && out.color) out.label = out.color->profileDescription();
+  return out;
+}
+
+// The smallest thumbnail of the primary image whose longer side reaches
+// minLongSide, or nothing.
+std::unique_ptr<heif_image_handle, HandleDeleter> thumbnailFor(heif_image_handle* primary, double minLongSide) {
+  std::unique_ptr<heif_image_handle, HandleDeleter> best;
+  if (!(minLongSide > 0)) return best;
+  const int count = heif_image_handle_get_number_of_thumbnails(primary);
+  if (count <= 0) return best;
+  std::vector<heif_item_id> ids(static_cast<size_t>(count));
+  const int listed = heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), count);
+  int bestSide = 0;
+  for (int i = 0; i < listed; ++i) {
+    heif_image_handle* thumb = nullptr;
+    if (heif_image_handle_get_thumbnail(primary, ids[size_t(i)], &thumb).code != heif_error_Ok || !thumb) continue;
+    std::unique_ptr<heif_image_handle, HandleDeleter> owned(thumb);
+    const int side = std::max(heif_image_handle_get_width(thumb), heif_image_handle_get_height(thumb));
+    if (double(side) >= minLongSide && (!best || side < bestSide)) {
+      best = std::move(owned);
+      bestSide = side;
+    }
+  }
+  return best;
+}
+
 }  // namespace
 
 std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes) {
@@ -97,9 +171,16 @@ std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes) {
   return exifOf(o.handle.get());
 }
 
-HeifDecoded decodeHeif(std::span<const uint8_t> bytes) {
+HeifDecoded decodeHeif(std::span<const uint8_t> bytes, double minLongSide) {
   Opened o = openPrimary(bytes);
-  heif_image_handle* handle = o.handle.get();
+  heif_image_handle* primary = o.handle.get();
+  const int fullWidth = heif_image_handle_get_width(primary);
+  const int fullHeight = heif_image_handle_get_height(primary);
+  decode_limits::check(fullWidth, fullHeight, bytes.size());
+  // A big enough thumbnail stands in for the primary image; everything but
+  // the pixels (colour-space label, size, Exif) is still the primary's.
+  auto thumbnail = thumbnailFor(primary, minLongSide);
+  heif_image_handle* handle = thumbnail ? thumbnail.get() : primary;
   decode_limits::check(heif_image_handle_get_width(handle), heif_image_handle_get_height(handle), bytes.size());
 
   const bool alpha = heif_image_handle_has_alpha_channel(handle) != 0;
@@ -130,54 +211,21 @@ HeifDecoded decodeHeif(std::span<const uint8_t> bytes) {
   }
   if (size_t(stride) < format.bytesPerPixel() * size_t(width)) throw DecodeError("HEIF: short rows");
 
-  HeifDecoded out;
+  HandleColor primaryColor = colorOf(primary, format);
   std::optional<InputColor> color;
-  switch (heif_image_handle_get_color_profile_type(handle)) {
-    case heif_color_profile_type_prof:
-    case heif_color_profile_type_rICC: {
-      size_t size = heif_image_handle_get_raw_color_profile_size(handle);
-      std::vector<uint8_t> icc(size);
-      if (size > 0 && heif_image_handle_get_raw_color_profile(handle, icc.data()).code == heif_error_Ok) {
-        color.emplace(InputColor::fromIcc(icc, format));
-      }
-      break;
-    }
-    case heif_color_profile_type_nclx: {
-      heif_color_profile_nclx* nclx = nullptr;
-      const heif_error found = heif_image_handle_get_nclx_color_profile(handle, &nclx);
-      // libheif may hand over a profile together with an error (primaries it
-      // does not know): it is ours to free either way.
-      std::unique_ptr<heif_color_profile_nclx, NclxDeleter> guard(nclx);
-      if (found.code == heif_error_Ok && nclx) {
-        InputColor::Primaries p{nclx->color_primary_red_x,   nclx->color_primary_red_y,
-                                nclx->color_primary_green_x, nclx->color_primary_green_y,
-                                nclx->color_primary_blue_x,  nclx->color_primary_blue_y,
-                                nclx->color_primary_white_x, nclx->color_primary_white_y};
-        bool valid = p.redY > 0 && p.greenY > 0 && p.blueY > 0 && p.whiteY > 0;
-        if (valid) {
-          const InputColor::Transfer transfer = transferOf(nclx->transfer_characteristics);
-          color.emplace(InputColor::fromPrimaries(p, transfer, format));
-          if (nclx->color_primaries == heif_color_primaries_SMPTE_EG_432_1) out.decoded.profileName = "Display P3";
-          if (nclx->color_primaries == heif_color_primaries_ITU_R_BT_2020_2_and_2100_0) {
-            out.decoded.profileName = transfer == InputColor::Transfer::pq    ? "Rec. 2100 PQ"
-                                      : transfer == InputColor::Transfer::hlg ? "Rec. 2100 HLG"
-                                                                               : "Rec. 2020";
-          }
-        }
-      }
-      break;
-    }
-    default:
-      break;
-  }
+  if (thumbnail) color = colorOf(handle, format).color;  // a thumbnail's own profile, when it has one
+  if (!color) color = std::move(primaryColor.color);
   if (!color) color.emplace(InputColor::fromIcc({}, format));
 
+  HeifDecoded out;
   UprightWriter writer(width, height, 1, *color);
   writer.writeAll(plane, size_t(stride));
   out.decoded.image = writer.take();
-  if (out.decoded.profileName.empty()) out.decoded.profileName = color->profileDescription();
+  out.decoded.profileName = primaryColor.label;
   out.decoded.colorModel = "RGB";
-  out.exif = exifOf(handle);
+  out.decoded.fullWidth = fullWidth;
+  out.decoded.fullHeight = fullHeight;
+  out.exif = exifOf(primary);
   return out;
 }
 

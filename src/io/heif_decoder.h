@@ -6,6 +6,12 @@
 // and transfer, else sRGB. HDR files (nclx PQ or HLG transfer) keep their
 // range: HDR reference white (203 cd/m²) becomes 1.0 and brighter light
 // stays above it (input_color.h). The Exif block is returned for the metadata.
+//
+// Reduced decode: when minLongSide is a positive number, the smallest
+// thumbnail of the primary image whose longer side reaches it is decoded
+// instead (with its own transforms, and its own colour profile when it has
+// one, else the primary's); without one the primary is decoded. The
+// profile name, full size and Exif are always the primary image's.
 // Throws DecodeError.
 #pragma once
 
@@ -22,7 +28,7 @@ struct HeifDecoded {
   std::vector<uint8_t> exif;  // the bare Exif block (TIFF header first), may be empty
 };
 
-HeifDecoded decodeHeif(std::span<const uint8_t> bytes);
+HeifDecoded decodeHeif(std::span<const uint8_t> bytes, double minLongSide = 0);
 
 // The bare Exif block of the primary image without decoding pixels.
 std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <optional>
 
 #include "io/heif_decoder.h"
 #include "io/image_formats.h"
@@ -11,6 +12,7 @@
 #include "io/metadata_reader.h"
 #include "io/png_decoder.h"
 #include "io/raw_developer.h"
+#include "io/raw_preview.h"
 #include "io/tiff_decoder.h"
 #include "model/log.h"
 #include "render/resample.h"
@@ -118,58 +120,72 @@ void fillFrom(PhotoMetadata& meta, const PhotoMetadata& facts) {
   meta.rawSummary = facts.rawSummary;
 }
 
-}  // namespace
+// The steps load() and loadPreview() share: the location checks, the whole
+// file in memory and the facts known before decoding.
+struct OpenedFile {
+  fs::path path;
+  std::string name;
+  std::string extension;
+  std::optional<ImageKind> kind;
+  std::vector<uint8_t> bytes;
+};
 
-ImageLoader::Loaded ImageLoader::load(const fs::path& file, const RAWDevelopSettings& settings) {
-  fs::path path = localPath(file);
-  std::string name = path.filename().string();
-  auto access = std::make_shared<ScopedFileAccess>(ScopedFileAccess{path, false});
-
+OpenedFile openFile(const fs::path& file) {
+  OpenedFile f;
+  f.path = localPath(file);
+  f.name = f.path.filename().string();
   std::error_code ec;
-  fs::file_status status = fs::status(path, ec);
+  fs::file_status status = fs::status(f.path, ec);
   if (ec || status.type() == fs::file_type::not_found || fs::is_directory(status)) {
-    throw ImageLoadError::make(ImageLoadError::kUndecodable, name);
+    throw ImageLoadError::make(ImageLoadError::kUndecodable, f.name);
   }
-  if (!fs::is_regular_file(status)) throw ImageLoadError::make(ImageLoadError::kNotLocalFile, name);
+  if (!fs::is_regular_file(status)) throw ImageLoadError::make(ImageLoadError::kNotLocalFile, f.name);
+  f.extension = lowerExtension(f.path);
+  f.kind = imageKindForExtension(f.extension);
+  f.bytes = readWholeFile(f.path, f.name);
+  return f;
+}
 
-  const std::string extension = lowerExtension(path);
-  const auto kind = imageKindForExtension(extension);
-  std::vector<uint8_t> bytes = readWholeFile(path, name);
+ImageLoader::Loaded loadedFor(const OpenedFile& f) {
+  ImageLoader::Loaded loaded;
+  loaded.url = f.path;
+  loaded.access = std::make_shared<ScopedFileAccess>(ScopedFileAccess{f.path, false});
+  return loaded;
+}
 
-  Loaded loaded;
-  loaded.url = path;
-  loaded.access = access;
+// The RAW path's facts about a developed file.
+void finishRaw(const OpenedFile& f, const PhotoMetadata& facts, int width, int height, ImageLoader::Loaded& loaded) {
+  loaded.meta = readExifFacts(f.bytes).meta;
+  fillFrom(loaded.meta, facts);
+  loaded.colorSpaceName = "sRGB";
+  loaded.isRAW = true;
+  loaded.fileFormat = formatLabel(f.extension);
+  loaded.pixelSize = {double(width), double(height)};
+}
 
-  if (kind == ImageKind::cameraRaw) {
-    DevelopedRaw raw = developRaw(bytes, settings, name);
-    loaded.meta = readExifFacts(bytes).meta;
-    fillFrom(loaded.meta, raw.facts);
-    loaded.colorSpaceName = "sRGB";
-    loaded.isRAW = true;
-    loaded.fileFormat = formatLabel(extension);
-    loaded.pixelSize = {double(raw.image.width()), double(raw.image.height())};
-    loaded.image = std::make_shared<const Image>(std::move(raw.image));
-    return loaded;
-  }
-
-  const Sniffed sniffed = sniff(bytes);
+// The plain path: JPEG, PNG, TIFF or HEIF by the file's leading bytes.
+// minLongSide > 0 asks the decoders that can for a reduced decode
+// (decoded_image.h); pixelSize is always the full image's.
+std::shared_ptr<const Image> decodePlain(const OpenedFile& f, double minLongSide, ImageLoader::Loaded& loaded) {
+  const Sniffed sniffed = sniff(f.bytes);
   DecodedImage decoded;
   try {
     switch (sniffed) {
       case Sniffed::jpeg:
       case Sniffed::png: {
-        ExifFacts facts = readExifFacts(bytes);
+        ExifFacts facts = readExifFacts(f.bytes);
         loaded.meta = facts.meta;
         DecodeOptions options{facts.orientation};
-        decoded = sniffed == Sniffed::jpeg ? decodeJpeg(bytes, options) : decodePng(bytes, options);
+        options.minLongSide = minLongSide;
+        decoded = sniffed == Sniffed::jpeg ? decodeJpeg(f.bytes, options) : decodePng(f.bytes, options);
         break;
       }
       case Sniffed::tiff:
-        loaded.meta = readExifFacts(bytes).meta;
-        decoded = decodeTiff(bytes);
+        loaded.meta = readExifFacts(f.bytes).meta;
+        decoded = decodeTiff(f.bytes);
         break;
       case Sniffed::heif: {
-        HeifDecoded heif = decodeHeif(bytes);
+        HeifDecoded heif = decodeHeif(f.bytes, minLongSide);
         if (!heif.exif.empty()) loaded.meta = readExifBlock(heif.exif).meta;
         decoded = std::move(heif.decoded);
         break;
@@ -178,19 +194,49 @@ ImageLoader::Loaded ImageLoader::load(const fs::path& file, const RAWDevelopSett
         throw DecodeError("not a JPEG, PNG, TIFF or HEIF file");
     }
   } catch (const DecodeError& e) {
-    logLine("image loader: " + name + ": " + e.what());
-    throw ImageLoadError::make(ImageLoadError::kUndecodable, name);
+    logLine("image loader: " + f.name + ": " + e.what());
+    throw ImageLoadError::make(ImageLoadError::kUndecodable, f.name);
   } catch (const std::bad_alloc&) {
-    logLine("image loader: " + name + ": out of memory");
-    throw ImageLoadError::make(ImageLoadError::kUndecodable, name);
+    logLine("image loader: " + f.name + ": out of memory");
+    throw ImageLoadError::make(ImageLoadError::kUndecodable, f.name);
   }
   if (decoded.image.width() < 1 || decoded.image.height() < 1) {
-    throw ImageLoadError::make(ImageLoadError::kUndecodable, name);
+    throw ImageLoadError::make(ImageLoadError::kUndecodable, f.name);
   }
-  loaded.fileFormat = kind ? formatLabel(extension) : labelFor(sniffed);
+  loaded.fileFormat = f.kind ? formatLabel(f.extension) : labelFor(sniffed);
   loaded.colorSpaceName = colorSpaceLabel(decoded);
-  loaded.pixelSize = {double(decoded.image.width()), double(decoded.image.height())};
-  loaded.image = std::make_shared<const Image>(std::move(decoded.image));
+  loaded.pixelSize = {double(decoded.fullWidth > 0 ? decoded.fullWidth : decoded.image.width()),
+                      double(decoded.fullHeight > 0 ? decoded.fullHeight : decoded.image.height())};
+  return std::make_shared<const Image>(std::move(decoded.image));
+}
+
+}  // namespace
+
+ImageLoader::Loaded ImageLoader::load(const fs::path& file, const RAWDevelopSettings& settings) {
+  const OpenedFile f = openFile(file);
+  Loaded loaded = loadedFor(f);
+  if (f.kind == ImageKind::cameraRaw) {
+    DevelopedRaw raw = developRaw(f.bytes, settings, f.name);
+    finishRaw(f, raw.facts, raw.image.width(), raw.image.height(), loaded);
+    loaded.image = std::make_shared<const Image>(std::move(raw.image));
+    return loaded;
+  }
+  loaded.image = decodePlain(f, 0, loaded);
+  return loaded;
+}
+
+ImageLoader::Loaded ImageLoader::loadPreview(const fs::path& file, double maxDimension,
+                                             const RAWDevelopSettings& settings) {
+  const OpenedFile f = openFile(file);
+  Loaded loaded = loadedFor(f);
+  if (f.kind == ImageKind::cameraRaw) {
+    RawPreview raw = previewRaw(f.bytes, settings, f.name, maxDimension);
+    finishRaw(f, raw.facts, raw.fullWidth, raw.fullHeight, loaded);
+    loaded.image = std::make_shared<const Image>(std::move(raw.image));
+  } else {
+    loaded.image = decodePlain(f, maxDimension, loaded);
+  }
+  loaded.image = downscaled(std::move(loaded.image), maxDimension);
   return loaded;
 }
 

@@ -20,6 +20,23 @@
 //    model when it is not RGB ("Gray", "CMYK"), else "sRGB".
 // A failed load leaves nothing behind.
 //
+// loadPreview(file, maxDimension, settings): the quick first picture of a
+// file, for opening it fast: downscaled(image, maxDimension) of a reduced
+// decode, upright and in working colour, with url, pixelSize, fileFormat,
+// colorSpaceName, meta and isRAW exactly as load() reports them (pixelSize
+// is the full image's, not the preview's). The reduced decode:
+//  - JPEG: libjpeg's DCT scaling, the smallest n/8 whose longer side still
+//    reaches maxDimension (EXIF orientation applied as by load());
+//  - camera RAW: the embedded preview when it is at least maxDimension / 2
+//    on its longer side, else a half-size development with `settings`
+//    (raw_preview.h); a RAW preview can be smaller than maxDimension;
+//  - HEIF: the primary image's smallest thumbnail that reaches
+//    maxDimension, else the primary image;
+//  - PNG and TIFF: no reduced mode; the full decode, then downscaled.
+// The errors are load()'s, except that a RAW file whose embedded preview
+// is used shows a development failure (codes 4, 5) only when load() runs.
+// A limit that is not a positive finite number gives the full image.
+//
 // downscaled(image, maxDimension): the shared shrink: halving Lanczos passes
 // while the remaining scale is below 0.25, then one pass with what remains.
 // Returns the same image when it already fits or the limit is not a positive
@@ -75,6 +92,10 @@ class ImageLoader {
 
   // Throws ImageLoadError.
   static Loaded load(const std::filesystem::path& file, const RAWDevelopSettings& settings = {});
+
+  // Throws ImageLoadError.
+  static Loaded loadPreview(const std::filesystem::path& file, double maxDimension,
+                            const RAWDevelopSettings& settings = {});
 
   // "最新" first, then the decoder versions that apply to this file; empty
   // when the file cannot be opened as a camera RAW.

@@ -2,6 +2,7 @@
 
 #include <tbb/task_group.h>
 
+#include <algorithm>
 #include <array>
 #include <csetjmp>
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include "io/decode_limits.h"
 #include "io/input_color.h"
 #include "io/load_error.h"
+#include "io/orientation.h"
 #include "io/upright_writer.h"
 
 namespace vg {
@@ -61,6 +63,19 @@ void progress(j_common_ptr cinfo) {
     auto* err = reinterpret_cast<ErrorManager*>(cinfo->err);
     std::snprintf(err->message, sizeof err->message, "progressive JPEG with more than %d scans", kMaxScans);
     std::longjmp(err->jump, 1);
+  }
+}
+
+// For a reduced decode: the smallest DCT scale n/8 whose longer output side
+// still reaches minLongSide; 8/8 when no smaller one does. libjpeg-turbo
+// then runs its scaled inverse DCTs, so the entropy decoding is all that
+// still costs as much as a full decode.
+void chooseReducedScale(jpeg_decompress_struct& cinfo, double minLongSide) {
+  cinfo.scale_denom = 8;
+  for (unsigned n = 1; n <= 8; ++n) {
+    cinfo.scale_num = n;
+    jpeg_calc_output_dimensions(&cinfo);
+    if (double(std::max(cinfo.output_width, cinfo.output_height)) >= minLongSide) return;
   }
 }
 
@@ -150,6 +165,7 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
     std::free(iccData);
   }
   c.color.emplace(InputColor::fromIcc(c.icc, c.format));
+  if (options.minLongSide > 0) chooseReducedScale(cinfo, options.minLongSide);
 
   jpeg_start_decompress(&cinfo);
   const int width = int(cinfo.output_width), height = int(cinfo.output_height);
@@ -186,6 +202,9 @@ DecodedImage decodeJpeg(std::span<const uint8_t> bytes, const DecodeOptions& opt
 
   DecodedImage out;
   out.image = c.writer->take();
+  const bool turned = orientation::swapsAxes(orientation::normalized(options.orientation));
+  out.fullWidth = int(turned ? cinfo.image_height : cinfo.image_width);
+  out.fullHeight = int(turned ? cinfo.image_width : cinfo.image_height);
   out.profileName = c.color->profileDescription();
   out.colorModel = c.format.model == ColorModel::gray ? "Gray"
                    : c.format.model == ColorModel::cmyk ? "CMYK"

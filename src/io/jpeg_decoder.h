@@ -8,6 +8,9 @@
 // then takes about as long as libjpeg alone (the float output's first-touch
 // page clearing and writing run beside the decode).
 //
+// A reduced decode (DecodeOptions::minLongSide) uses libjpeg's DCT scaling:
+// the smallest n/8 (n = 1...8) whose longer side still reaches the limit.
+//
 // A file that ends early keeps what was decoded (libjpeg fills the rest with
 // grey) unless it ends before the first row of blocks. Progressive files with
 // an absurd number of scans and rasters beyond decode_limits are refused.
