@@ -15,27 +15,15 @@
 //   input size.
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "io/image_loader.h"
 #include "render/resample.h"
 #include "session/auto_mask_generator.h"
+#include "shared_files.h"
 
 namespace vg {
 namespace {
-
-std::filesystem::path cameraJpeg() {
-  std::vector<std::filesystem::path> roots;
-  if (const char* env = std::getenv("VG_SHARED_DIR")) roots.emplace_back(env);
-  roots.push_back(std::filesystem::path(VG_SOURCE_DIR) / ".." / "shared");
-  roots.push_back(std::filesystem::path(VG_SOURCE_DIR) / ".." / ".." / "shared");
-  for (const auto& root : roots) {
-    auto p = root / "testdata" / "jpeg" / "sony-alpha-6000.jpg";
-    if (std::filesystem::exists(p)) return p;
-  }
-  return {};
-}
 
 // The 24 MP source, its 2400-pixel preview, and its reductions; loaded once.
 struct Sources {
@@ -45,7 +33,7 @@ struct Sources {
 const Sources* sources(benchmark::State& state) {
   static const Sources s = [] {
     Sources out;
-    std::filesystem::path file = cameraJpeg();
+    std::filesystem::path file = bench::sharedTestFile("jpeg/sony-alpha-6000.jpg");
     if (file.empty()) return out;
     out.full = ImageLoader::load(file).image;
     out.preview = ImageLoader::downscaled(out.full, ImageLoader::kPreviewMaxDimension);

@@ -1,18 +1,13 @@
 // verdantglass-cli automask subject|background|sky|wand: the raster of an
 // automatic mask, written as an 8-bit grey PNG at the raster's own size.
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "cli/commands.h"
 #include "cli/export_option_args.h"
-#include "io/image_loader.h"
-#include "io/load_error.h"
+#include "cli/image_input.h"
 #include "io/working_image_files.h"
-#include "model/json.h"
 #include "model/log.h"
 #include "session/auto_mask_generator.h"
-#include "store/edit_store.h"
 
 namespace vg::cli {
 namespace {
@@ -53,19 +48,6 @@ std::optional<std::string> readWandOptions(const ParsedArgs& args, MagicWandSett
   return std::nullopt;
 }
 
-// The recipe whose RAW settings develop IMAGE: --recipe F, else the saved one.
-std::optional<EditDocument> recipeFor(const ParsedArgs& args, const fs::path& image, Io& io) {
-  if (std::optional<std::string> file = args.value("recipe")) {
-    std::ifstream in(*file, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    std::optional<EditDocument> decoded = in ? decodeEditDocument(text.str()) : std::nullopt;
-    if (!decoded) io.err << "verdantglass-cli: " << *file << " cannot be read as a recipe\n";
-    return decoded;
-  }
-  return EditStore::shared().load(image).value_or(EditDocument{});
-}
-
 int runAutomask(AutoMaskSource kind, std::string_view command, const ParsedArgs& args, Io& io) {
   const fs::path image = args.positionals.at(0);
   const fs::path out = args.value("output").value_or("");
@@ -81,15 +63,9 @@ int runAutomask(AutoMaskSource kind, std::string_view command, const ParsedArgs&
     io.err << "verdantglass-cli: the output would overwrite the source image\n";
     return kExitFailed;
   }
-  std::optional<EditDocument> recipe = recipeFor(args, image, io);
-  if (!recipe) return kExitFailed;
-
-  try {
-    request.image = ImageLoader::load(image, recipe->raw).image;
-  } catch (const ImageLoadError& e) {
-    io.err << "verdantglass-cli: " << e.what() << "\n";
-    return kExitFailed;
-  }
+  PreparedImage prepared;
+  if (std::optional<int> code = prepareImage(args, io, prepared)) return *code;
+  request.image = prepared.source;
   std::optional<MaskRaster> raster;
   try {
     raster = AutoMaskGenerator().raster(request);
