@@ -1,9 +1,11 @@
 // One-click analyses on the 24 MP camera JPEG of the shared test set (a dusk
 // skyline), each from the 2400-pixel preview source the editor keeps.
 // - HorizonDetect24MP: automatic straightening. Budget 150 ms.
+// - AutoAnalyze24MP: the statistics of automatic adjustment. Budget 30 ms.
 #include <benchmark/benchmark.h>
 
 #include "io/image_loader.h"
+#include "session/auto_adjust.h"
 #include "session/horizon_detector.h"
 #include "shared_files.h"
 
@@ -30,5 +32,13 @@ void HorizonDetect24MP(benchmark::State& state) {
   state.counters["found"] = found;
 }
 BENCHMARK(HorizonDetect24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+
+void AutoAnalyze24MP(benchmark::State& state) {
+  auto preview = previewSource24MP();
+  if (!preview) return state.SkipWithError("../shared/testdata/jpeg/sony-alpha-6000.jpg is not here");
+  const EditDocument recipe;
+  for (auto _ : state) benchmark::DoNotOptimize(AutoAdjust::analyzeShown(*preview, recipe));
+}
+BENCHMARK(AutoAnalyze24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 
 }  // namespace

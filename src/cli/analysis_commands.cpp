@@ -1,9 +1,12 @@
-// verdantglass-cli straighten: the one-click analyses on a file, printing what
-// the editor would store, so scripts and the window get the same answers.
+// verdantglass-cli straighten, auto stats, auto adjust: the one-click
+// analyses on a file, printing what the editor would store, so scripts and
+// the window get the same answers.
 #include <nlohmann/json.hpp>
 
 #include "cli/commands.h"
 #include "cli/image_input.h"
+#include "model/json.h"
+#include "session/auto_adjust.h"
 #include "session/horizon_detector.h"
 
 namespace vg::cli {
@@ -23,6 +26,49 @@ int runStraighten(const ParsedArgs& args, Io& io) {
   return kExitOk;
 }
 
+int runAutoStats(const ParsedArgs& args, Io& io) {
+  PreparedImage p;
+  if (auto code = prepareImage(args, io, p, ImageLoader::kPreviewMaxDimension)) return *code;
+  std::optional<AutoAdjust::ImageStats> stats = AutoAdjust::analyzeShown(*p.source, p.recipe);
+  if (!stats) {
+    io.err << "自动调整失败：无法分析图像\n";
+    return kExitFailed;
+  }
+  io.out << AutoAdjust::toJson(*stats).dump() << "\n";
+  return kExitOk;
+}
+
+std::string modeKeys() {
+  std::string keys;
+  for (const AutoModeInfo& m : autoModes()) keys += (keys.empty() ? "" : ", ") + std::string(m.key);
+  return keys;
+}
+
+int runAutoAdjust(const ParsedArgs& args, Io& io) {
+  const std::string modeKey = args.value("mode").value_or("");
+  std::optional<AutoMode> mode = autoModeFromKey(modeKey);
+  if (!mode) {
+    io.err << "verdantglass-cli: --mode must be one of " << modeKeys() << (modeKey.empty() ? "" : ", got '" + modeKey + "'")
+           << "\n";
+    return kExitUsage;
+  }
+  if (!args.has("stats")) {
+    io.err << "verdantglass-cli: --stats FILE is required\n";
+    return kExitUsage;
+  }
+  std::optional<std::string> text = readInputText(args.value("stats"), io);
+  if (!text) return kExitFailed;
+  nlohmann::json value = nlohmann::json::parse(*text, nullptr, false);
+  std::string error = "not JSON";
+  std::optional<AutoAdjust::ImageStats> stats = value.is_discarded() ? std::nullopt : AutoAdjust::statsFromJson(value, &error);
+  if (!stats) {
+    io.err << "verdantglass-cli: " << *args.value("stats") << ": " << error << "\n";
+    return kExitFailed;
+  }
+  io.out << toJson(AutoAdjust::adjustments(*stats, *mode)).dump() << "\n";
+  return kExitOk;
+}
+
 }  // namespace
 
 std::vector<Command> analysisCommands() {
@@ -39,6 +85,32 @@ std::vector<Command> analysisCommands() {
        1,
        1,
        runStraighten},
+      {"auto stats", "the measurements automatic adjustment starts from",
+       "usage: verdantglass-cli auto stats IMAGE [--recipe F]\n"
+       "\n"
+       "Measures IMAGE as its recipe frames it (crop, turns, straightening; not its\n"
+       "adjustments) the way automatic adjustment does and prints the statistics as\n"
+       "JSON: meanLuminance, medianLuminance, p2Luminance, p98Luminance, p10Luminance,\n"
+       "p90Luminance, stdDevLuminance, meanSaturation, highlightRatio, shadowRatio,\n"
+       "darkChannelMean, meanR, meanG, meanB, noiseEnergy (all 0...1, sRGB-encoded).\n"
+       "Without --recipe the image's saved recipe is used. When the picture cannot be\n"
+       "measured it prints 自动调整失败：无法分析图像 and exits 1.\n",
+       {{"recipe", 0, true}},
+       1,
+       1,
+       runAutoStats},
+      {"auto adjust", "the global adjustments of one automatic style",
+       "usage: verdantglass-cli auto adjust --stats FILE --mode MODE\n"
+       "\n"
+       "Maps statistics (as printed by 'auto stats'; FILE '-' reads stdin) to the\n"
+       "global adjustments of style MODE and prints them as a recipe's \"adjustments\"\n"
+       "object. MODE: balanced (均衡), portrait (人像), landscape (风光), nightScene\n"
+       "(夜景), highKey (高调), lowKey (低调), vivid (鲜艳) or bw (黑白); any other\n"
+       "exits 2. Every statistic must be present as a finite number.\n",
+       {{"stats", 0, true}, {"mode", 0, true}},
+       0,
+       0,
+       runAutoAdjust},
   };
 }
 

@@ -1,7 +1,6 @@
 #include "session/horizon_detector.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 #include <vector>
@@ -9,8 +8,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "render/parallel.h"
-#include "render/srgb.h"
+#include "render/heal_bitmap.h"
+#include "session/analysis_image.h"
 
 namespace vg {
 
@@ -20,50 +19,17 @@ using H = HorizonDetector;
 
 bool cancelled(const AsyncCancelToken* cancel) { return cancel && cancel->isCancelled(); }
 
-// Linear luminance 0...1 -> sRGB-encoded 8-bit, in 65536 steps of the input
-// (fine enough that the darkest encoded levels are all reachable).
-const std::array<uint8_t, 65536>& encodeTable() {
-  static const std::array<uint8_t, 65536> table = [] {
-    std::array<uint8_t, 65536> t{};
-    for (size_t i = 0; i < t.size(); ++i) {
-      t[i] = uint8_t(std::lround(srgb::encode(float(i) / float(t.size() - 1)) * 255.0f));
-    }
-    return t;
-  }();
-  return table;
-}
-
-// The picture reduced by whole blocks of f x f pixels to about kAnalysisSize on
-// its long side: the mean Rec.709 luminance of each block, sRGB-encoded.
+// The picture reduced by whole blocks of f x f pixels to kAnalysisSize or a
+// little more on its long side: the Rec.709 luminance of each block, sRGB-encoded.
 cv::Mat reducedLuminance(const Image& image) {
   const int longSide = std::max(image.width(), image.height());
-  const int f = std::max(1, longSide / H::kAnalysisSize);
-  const int w = image.width() / f, h = image.height() / f;
-  cv::Mat grey(h, w, CV_8UC1);
-  if (w == 0 || h == 0) return grey;
-  const auto& table = encodeTable();
-  const float norm = 1.0f / float(f * f);
-  const Rect& b = image.bounds();
-  parallelRows(Rect{0, 0, w, h}, 16, [&](int y0, int y1) {
-    std::vector<float> sums(static_cast<size_t>(w));
-    for (int y = y0; y < y1; ++y) {
-      std::fill(sums.begin(), sums.end(), 0.0f);
-      for (int j = 0; j < f; ++j) {
-        const float* p = image.row(b.y + y * f + j);
-        for (int x = 0; x < w; ++x) {
-          float s = 0;
-          for (int i = 0; i < f; ++i, p += 4) s += 0.2126f * p[0] + 0.7152f * p[1] + 0.0722f * p[2];
-          sums[size_t(x)] += s;
-        }
-      }
-      uint8_t* out = grey.ptr<uint8_t>(y);
-      for (int x = 0; x < w; ++x) {
-        float v = sums[size_t(x)] * norm;
-        v = v > 0 ? (v < 1 ? v : 1) : 0;  // NaN goes to 0 as well
-        out[x] = table[size_t(v * 65535.0f + 0.5f)];
-      }
-    }
-  });
+  const Image small = averageBlocks(image, longSide / H::kAnalysisSize);
+  cv::Mat grey(small.height(), small.width(), CV_8UC1);
+  for (int y = 0; y < small.height(); ++y) {
+    const float* p = small.row(y);
+    uint8_t* out = grey.ptr<uint8_t>(y);
+    for (int x = 0; x < small.width(); ++x, p += 4) out[x] = encodeSrgb8(0.2126f * p[0] + 0.7152f * p[1] + 0.0722f * p[2]);
+  }
   return grey;
 }
 

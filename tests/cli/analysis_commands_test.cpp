@@ -59,5 +59,44 @@ TEST(StraightenCommand, BadInputFailsCleanly) {
   EXPECT_EQ(runTool({"straighten"}).code, 2);
 }
 
+TEST(AutoCommands, StatsFeedTheMappingOfEveryMode) {
+  test::TempDir dir;
+  writeHorizon(dir / "scene.png", 0.0);
+  CliRun stats = runTool({"auto", "stats", (dir / "scene.png").string()});
+  ASSERT_EQ(stats.code, 0) << stats.err;
+  nlohmann::json j = nlohmann::json::parse(stats.out);
+  EXPECT_EQ(j.size(), 15u);
+  // Ground at 0.1 and sky at 0.7 linear: sRGB levels 89 and 218.
+  EXPECT_NEAR(j.at("p2Luminance").get<double>(), 89 / 255.0, 0.005);
+  EXPECT_NEAR(j.at("p98Luminance").get<double>(), 218 / 255.0, 0.005);
+  test::writeFile(dir / "stats.json", stats.out);
+  for (const char* mode : {"balanced", "portrait", "landscape", "nightScene", "highKey", "lowKey", "vivid", "bw"}) {
+    CliRun adjusted = runTool({"auto", "adjust", "--stats", (dir / "stats.json").string(), "--mode", mode});
+    ASSERT_EQ(adjusted.code, 0) << mode << adjusted.err;
+    EXPECT_TRUE(nlohmann::json::parse(adjusted.out).contains("exposure")) << mode;
+  }
+  CliRun bw = runTool({"auto", "adjust", "--stats", "-", "--mode", "bw"}, stats.out);
+  EXPECT_EQ(nlohmann::json::parse(bw.out).at("saturation"), -100);
+}
+
+TEST(AutoCommands, RefuseWhatTheyCannotUse) {
+  test::TempDir dir;
+  test::writeFile(dir / "stats.json", R"({"meanLuminance":0.5})");
+  CliRun unknown = runTool({"auto", "adjust", "--stats", (dir / "stats.json").string(), "--mode", "sepia"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_NE(unknown.err.find("nightScene"), std::string::npos);
+  CliRun partial = runTool({"auto", "adjust", "--stats", (dir / "stats.json").string(), "--mode", "vivid"});
+  EXPECT_EQ(partial.code, 1);
+  EXPECT_NE(partial.err.find("medianLuminance"), std::string::npos);
+  EXPECT_EQ(runTool({"auto", "adjust", "--stats", "-", "--mode", "vivid"}, "{not json").code, 1);
+  EXPECT_EQ(runTool({"auto", "adjust", "--mode", "vivid"}).code, 2);
+
+  // A picture with nothing opaque cannot be measured.
+  writeWorkingImage(dir / "clear.png", Image(40, 30));
+  CliRun clear = runTool({"auto", "stats", (dir / "clear.png").string()});
+  EXPECT_EQ(clear.code, 1);
+  EXPECT_EQ(clear.err, "自动调整失败：无法分析图像\n");
+}
+
 }  // namespace
 }  // namespace vg::cli
