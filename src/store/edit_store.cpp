@@ -46,7 +46,7 @@ bool readRegularFile(const fs::path& path, std::string& bytes) {
 }
 
 // Renames without replacing an existing file: a second corrupt copy within the
-// same second must not overwrite the first one.
+// same second must not overwrite the first one. On failure, errno says why.
 bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
   if (errno != EINVAL && errno != ENOSYS) return false;
@@ -54,6 +54,10 @@ bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   if (::link(from.c_str(), to.c_str()) != 0) return false;
   ::unlink(from.c_str());
   return true;
+}
+
+int64_t secondsOf(Clock::TimePoint t) {
+  return std::chrono::duration_cast<std::chrono::seconds>(t.time_since_epoch()).count();
 }
 
 }  // namespace
@@ -96,6 +100,7 @@ std::optional<fs::path> EditStore::existingSidecarPath(const fs::path& image) co
 }
 
 std::optional<EditDocument> EditStore::load(const fs::path& image) {
+  std::lock_guard lock(filesMutex_);
   const std::optional<fs::path> file = existingSidecarPath(image);
   if (!file) return std::nullopt;
   return readSidecar(*file);
@@ -119,73 +124,160 @@ std::optional<EditDocument> EditStore::readSidecar(const fs::path& file) {
     return doc;
   }
 
-  const int64_t seconds =
-      std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
-  const std::string copyName = corruptCopyName(file.filename().string(), seconds);
-  moveWithoutReplacing(file, file.parent_path() / copyName);  // failure: logged all the same
-  logLine(std::string(kDecodeFailedLog) + copyName);
+  std::string copyName, reason;
+  const bool moved = setAside(file, copyName, reason);
+  logLine(std::string(kDecodeFailedLog) + copyName);  // written whether or not the move succeeded
+  if (!moved) {
+    logLine("Verdantglass: " + file.filename().string() + " could not be moved aside to " + copyName + " (" +
+            reason + "); it stays in place and will not be overwritten");
+    keptInPlace_.insert(file);
+  }
   return std::nullopt;
+}
+
+bool EditStore::setAside(const fs::path& file, std::string& copyName, std::string& reason) {
+  copyName = corruptCopyName(file.filename().string(), secondsOf(clock_.now()));
+  if (moveWithoutReplacing(file, file.parent_path() / copyName)) {
+    keptInPlace_.erase(file);
+    return true;
+  }
+  reason = std::error_code(errno, std::generic_category()).message();
+  return false;
+}
+
+bool EditStore::clearToReplace(const fs::path& file, std::string& reason) {
+  if (!keptInPlace_.count(file)) return true;
+  std::string bytes;
+  if (!readRegularFile(file, bytes) || decodeEditDocument(std::string_view(bytes))) {
+    keptInPlace_.erase(file);  // gone, or repaired by hand: an ordinary sidecar again
+    return true;
+  }
+  std::string copyName, why;
+  if (setAside(file, copyName, why)) {
+    logLine(std::string(kDecodeFailedLog) + copyName);
+    return true;
+  }
+  reason = "an undecodable sidecar that cannot be moved aside to " + copyName + " is kept there (" + why + ")";
+  return false;
 }
 
 uint64_t EditStore::takeSaveNumber(const fs::path& image) {
   return saveNumbers_.take(sidecarNames(image).current);
 }
 
+namespace {
+// A WriteDone that fulfils a promise, and the future to wait on.
+std::pair<EditStore::WriteDone, std::future<bool>> promised() {
+  auto result = std::make_shared<std::promise<bool>>();
+  std::future<bool> future = result->get_future();
+  return {[result](bool saved) { result->set_value(saved); }, std::move(future)};
+}
+}  // namespace
+
 std::future<bool> EditStore::save(const EditDocument& doc, const fs::path& image) {
   std::string bytes = encodeEditDocument(doc);
   Target target = targetFor(image);
   const uint64_t number = saveNumbers_.take(target.key);
-  return queueWrite(std::move(bytes), std::move(target), number, false);
+  auto [done, future] = promised();
+  queueWrite(std::move(bytes), std::move(target), number, false, std::move(done));
+  return std::move(future);
 }
 
 std::future<bool> EditStore::save(const EditDocument& doc, const fs::path& image,
                                   uint64_t saveNumber, bool unconditional) {
-  return queueWrite(encodeEditDocument(doc), targetFor(image), saveNumber, unconditional);
+  auto [done, future] = promised();
+  save(doc, image, saveNumber, unconditional, std::move(done));
+  return std::move(future);
 }
 
-std::future<bool> EditStore::queueWrite(std::string bytes, Target target, uint64_t saveNumber,
-                                        bool unconditional) {
-  auto result = std::make_shared<std::promise<bool>>();
-  std::future<bool> future = result->get_future();
-  writeQueue_.post([this, result, bytes = std::move(bytes), target = std::move(target), saveNumber,
-                    unconditional] {
+void EditStore::save(const EditDocument& doc, const fs::path& image, uint64_t saveNumber,
+                     bool unconditional, WriteDone done) {
+  queueWrite(encodeEditDocument(doc), targetFor(image), saveNumber, unconditional, std::move(done));
+}
+
+void EditStore::queueWrite(std::string bytes, Target target, uint64_t saveNumber, bool unconditional,
+                           WriteDone done) {
+  writeQueue_.post([this, done = std::move(done), bytes = std::move(bytes), target = std::move(target),
+                    saveNumber, unconditional] {
     if (!unconditional && saveNumbers_.isStale(target.key, saveNumber)) {
-      result->set_value(true);  // a newer save of this image is queued behind us
+      done(true);  // a newer save of this image is queued behind us
       return;
     }
-    prepareFolder();
-    if (auto error = writeFileAtomically(target.current, bytes)) {
-      logLine(std::string(kWriteFailedLog) + *error);
-      result->set_value(false);
-      return;
+    bool saved = false;
+    {
+      std::lock_guard lock(filesMutex_);
+      prepareFolder();
+      std::string reason;
+      if (!clearToReplace(target.current, reason)) {
+        logLine(std::string(kWriteFailedLog) + target.current.filename().string() + ": " + reason);
+      } else if (auto error = writeFileAtomically(target.current, bytes)) {
+        logLine(std::string(kWriteFailedLog) + *error);
+      } else {
+        for (const fs::path& old : target.retired) {
+          std::error_code ignored;
+          if (clearToReplace(old, reason)) fs::remove(old, ignored);
+        }
+        saved = true;
+      }
     }
-    for (const fs::path& old : target.retired) {
-      std::error_code ignored;
-      fs::remove(old, ignored);
-    }
-    result->set_value(true);
+    done(saved);
   });
-  return future;
 }
 
 std::future<bool> EditStore::removeSidecars(const fs::path& image) {
   auto result = std::make_shared<std::promise<bool>>();
   std::future<bool> future = result->get_future();
-  writeQueue_.post([result, target = targetFor(image)] {
+  writeQueue_.post([this, result, target = targetFor(image)] {
     bool allGone = true;
-    auto removeOne = [&allGone](const fs::path& path) {
-      std::error_code ec;
-      fs::remove(path, ec);  // an absent file is no error
-      if (ec) allGone = false;
-    };
-    removeOne(target.current);
-    for (const fs::path& path : target.retired) removeOne(path);
+    {
+      std::lock_guard lock(filesMutex_);
+      auto removeOne = [&](const fs::path& path) {
+        std::string reason;
+        std::error_code ec;
+        if (!clearToReplace(path, reason)) {
+          allGone = false;  // an undecodable sidecar that must stay
+          return;
+        }
+        fs::remove(path, ec);  // an absent file is no error
+        if (ec) allGone = false;
+      };
+      removeOne(target.current);
+      for (const fs::path& path : target.retired) removeOne(path);
+    }
     result->set_value(allGone);
   });
   return future;
 }
 
 void EditStore::flush() { writeQueue_.drain(); }
+
+EditStore::WriteHold& EditStore::WriteHold::operator=(WriteHold&& other) noexcept {
+  if (this != &other) {
+    release();
+    gate_ = std::move(other.gate_);
+  }
+  return *this;
+}
+
+void EditStore::WriteHold::release() {
+  if (gate_) gate_->set_value();
+  gate_.reset();
+}
+
+EditStore::WriteHold EditStore::holdWrites() {
+  WriteHold hold;
+  if (writeQueue_.isCurrent()) return hold;  // nothing else runs on the queue meanwhile anyway
+  auto started = std::make_shared<std::promise<void>>();
+  hold.gate_ = std::make_shared<std::promise<void>>();
+  writeQueue_.post([started, opened = hold.gate_->get_future().share()] {
+    started->set_value();
+    opened.wait();
+  });
+  started->get_future().wait();
+  return hold;
+}
+
+size_t EditStore::queuedWrites() const { return writeQueue_.pendingCount(); }
 
 void EditStore::prepareFolder() {
   std::error_code ec;

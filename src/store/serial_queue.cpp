@@ -42,6 +42,11 @@ bool SerialQueue::drain() {
 
 bool SerialQueue::isCurrent() const { return tCurrentQueue == this; }
 
+size_t SerialQueue::pendingCount() const {
+  std::lock_guard lock(mutex_);
+  return tasks_.size();
+}
+
 void SerialQueue::run() {
   tCurrentQueue = this;
   const std::string threadName = label_.size() > 15 ? label_.substr(label_.size() - 15) : label_;

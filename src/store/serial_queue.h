@@ -35,13 +35,16 @@ class SerialQueue final : public Executor {
   // True when the caller is running on this queue's worker thread.
   bool isCurrent() const;
 
+  // Tasks posted and not yet started (the one running is not counted).
+  size_t pendingCount() const;
+
   const std::string& label() const { return label_; }
 
  private:
   void run();
 
   const std::string label_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Task> tasks_;
   bool stopping_ = false;
