@@ -22,6 +22,13 @@ struct EditSaveScheduler::State {
 
   std::optional<EditDocument> pending;
   uint64_t saveNumber = 0;  // taken for the newest pending document
+  // The document the last timer handed to the store, until its result is
+  // back: flush() must not take it for written before then.
+  struct InFlight {
+    std::shared_ptr<const EditDocument> doc;
+    uint64_t saveNumber = 0;
+  };
+  std::optional<InFlight> inFlight;
   bool flushed = false;
   // The burst timer. A posted timer cannot be taken back, so cancelling
   // disarms it and moves the generation on; a timer that fires with an old
@@ -62,20 +69,29 @@ void EditSaveScheduler::saveAfterQuietPeriod(const std::weak_ptr<State>& weak, u
   auto doc = std::make_shared<const EditDocument>(std::move(*s->pending));
   s->pending.reset();
   const uint64_t number = s->saveNumber;
+  s->inFlight = State::InFlight{doc, number};
 
   EditStore* store = &s->store;
   MainExecutor* main = &s->main;
+  // Encoding runs on the background executor; the store reports back from
+  // its write queue, so nobody waits for the disk.
   s->background.post([weak, doc, number, store, main, image = s->image] {
-    const bool saved = store->save(*doc, image, number).get();
-    if (saved) return;
-    main->post([weak, doc, number] {
-      auto s = weak.lock();
-      if (!s) return;
-      // Keep the document for the next try unless something newer replaced it.
-      if (!s->pending && s->saveNumber == number) s->pending = *doc;
-      if (s->onFailure) s->onFailure(kAutosaveFailedMessage);
+    store->save(*doc, image, number, /*unconditional=*/false, [weak, doc, number, main](bool saved) {
+      main->post([weak, doc, number, saved] { autosaveFinished(weak, doc, number, saved); });
     });
   });
+}
+
+void EditSaveScheduler::autosaveFinished(const std::weak_ptr<State>& weak,
+                                         const std::shared_ptr<const EditDocument>& doc, uint64_t number,
+                                         bool saved) {
+  auto s = weak.lock();
+  if (!s) return;
+  if (s->inFlight && s->inFlight->saveNumber == number) s->inFlight.reset();
+  if (saved) return;
+  // Keep the document for the next try unless something newer replaced it.
+  if (!s->pending && s->saveNumber == number) s->pending = *doc;
+  if (s->onFailure) s->onFailure(kAutosaveFailedMessage);
 }
 
 bool EditSaveScheduler::flush() {
@@ -84,6 +100,12 @@ bool EditSaveScheduler::flush() {
   ++s.timerGeneration;
   std::optional<EditDocument> doc = std::move(s.pending);
   s.pending.reset();
+  // Nothing newer pending: the newest document may still be on its way to
+  // the store (handed over, queued, being written, or written with the
+  // result not back yet). The fresh number below makes that write stale if
+  // it has not run, so it is written here again.
+  if (!doc && s.inFlight) doc = *s.inFlight->doc;
+  s.inFlight.reset();
   s.flushed = true;
   s.saveNumber = s.store.takeSaveNumber(s.image);
   if (!doc) return true;

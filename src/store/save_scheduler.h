@@ -4,14 +4,18 @@
 // schedule(doc) keeps only the newest document and writes it 0.6 s after the
 // first change of a burst (later changes of the burst only replace what will
 // be written; they do not push the write back). The wait is a timer on the
-// main executor, so tests run it on fake time; the write itself is handed to
-// the background executor, which waits on the store's write queue, and the
-// outcome comes back on the main thread. A failed automatic save calls the
+// main executor, so tests run it on fake time; the document is then encoded
+// on the background executor and written on the store's write queue, and
+// the outcome comes back on the main thread. A failed automatic save calls the
 // failure handler with "自动保存失败：编辑可能未被记录" and keeps the document
 // pending, so the next flush tries again.
 //
 // flush() cancels the timer and writes the newest document at once,
-// synchronously and unconditionally. A no-edit document removes the image's
+// synchronously and unconditionally. The newest document is the pending
+// one, else the one the timer handed over whose result has not come back
+// yet (whether it is still waiting for the background executor, queued on
+// the store, being written or already written): flush leaves it on disk in
+// every case, never relying on a write its own new save number makes stale. A no-edit document removes the image's
 // sidecar under all three names instead. A failed flush is logged as
 //   Verdantglass: 退出前编辑保存失败（磁盘满或目录不可写）<image file name>
 // and returns false (the document stays pending for another try).
@@ -63,6 +67,8 @@ class EditSaveScheduler {
  private:
   struct State;
   static void saveAfterQuietPeriod(const std::weak_ptr<State>& weak, uint64_t timer);
+  static void autosaveFinished(const std::weak_ptr<State>& weak, const std::shared_ptr<const EditDocument>& doc,
+                               uint64_t number, bool saved);
 
   std::shared_ptr<State> state_;
 };

@@ -3,12 +3,13 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
+#include <thread>
 
 #include "model/json.h"
 #include "model/log.h"
 #include "store/manual_executor.h"
 #include "store/save_scheduler.h"
-#include "store/serial_queue.h"
 #include "support/test_support.h"
 #include "test_documents.h"
 
@@ -19,8 +20,8 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using test::numberedDocument;
 
-// Fake time on the main thread; real threads for the background hand-off and
-// the store's write queue.
+// Fake time and hand-driven executors for the main thread and the background
+// hand-off; the store's write queue is its own real thread.
 struct SchedulerFixture : ::testing::Test {
   test::TempDir dir;
   fs::path edits = dir / "Edits";
@@ -28,7 +29,7 @@ struct SchedulerFixture : ::testing::Test {
   FakeClock clock;
   ManualExecutor main{clock};
   EditStore store{edits, clock};
-  SerialQueue background{"vg.test.bg"};
+  ManualExecutor background{clock};
   std::vector<std::string> failures;
   EditSaveScheduler scheduler{image, store, main, background,
                               [this](std::string_view m) { failures.emplace_back(m); }};
@@ -38,7 +39,7 @@ struct SchedulerFixture : ::testing::Test {
   // Lets the background hand-off and the write finish, then runs whatever
   // they posted back to the main thread.
   void settle() {
-    background.drain();
+    background.runReady();
     store.flush();
     main.runReady();
   }
@@ -114,6 +115,47 @@ TEST_F(EditSaveSchedulerTest, FlushMakesAnAutosaveStillQueuedStale) {
   EXPECT_TRUE(scheduler.flush());
   settle();
   EXPECT_EQ(store.load(image), numberedDocument(2));
+}
+
+// flush() while the quiet-period save is somewhere between the main thread
+// and the disk. Whatever the stage, flush reports success only with the
+// newest document on disk, and the late autosave and its result change
+// nothing afterwards.
+TEST_F(EditSaveSchedulerTest, FlushLeavesTheNewestDocumentOnDiskInEveryInterleaving) {
+  enum Stage { handedOver, queuedOnTheStore, written, resultBack };
+  for (Stage stage : {handedOver, queuedOnTheStore, written, resultBack}) {
+    SCOPED_TRACE(stage);
+    const fs::path photo = dir / ("stage-" + std::to_string(stage) + ".jpg");
+    EditSaveScheduler scheduler(photo, store, main, background);
+    scheduler.schedule(numberedDocument(1));
+    main.advance(clock, 600ms);  // the timer hands document 1 to the background
+    EditStore::WriteHold hold;
+    if (stage == queuedOnTheStore) hold = store.holdWrites();
+    if (stage != handedOver) background.runReady();  // encoded and queued for writing
+    if (stage == written || stage == resultBack) store.flush();
+    if (stage == resultBack) main.runReady();
+
+    bool flushed = false;
+    if (stage == queuedOnTheStore) {
+      // flush() waits for its own write, queued behind the held autosave:
+      // let the queue go once both are there (or it is clear flush queued
+      // nothing).
+      std::thread releaser([&] {
+        for (int i = 0; i < 2000 && store.queuedWrites() < 2; ++i) std::this_thread::sleep_for(1ms);
+        hold.release();
+      });
+      flushed = scheduler.flush();
+      releaser.join();
+    } else {
+      flushed = scheduler.flush();
+    }
+    EXPECT_TRUE(flushed);
+    EXPECT_EQ(store.load(photo), numberedDocument(1));
+    settle();
+    EXPECT_EQ(store.load(photo), numberedDocument(1));
+    EXPECT_FALSE(scheduler.hasPending());
+  }
+  EXPECT_TRUE(failures.empty());
 }
 
 TEST_F(EditSaveSchedulerTest, FlushingANoEditDocumentRemovesTheSidecarUnderEveryName) {
