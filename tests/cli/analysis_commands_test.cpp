@@ -98,5 +98,22 @@ TEST(AutoCommands, RefuseWhatTheyCannotUse) {
   EXPECT_EQ(clear.err, "自动调整失败：无法分析图像\n");
 }
 
+TEST(RedEyeCommand, SpotsInRecipeUnitsOrTheNoFaceText) {
+  CliRun found = runTool({"redeye", test::dataPath("faces/astronaut.jpg").string()});
+  ASSERT_EQ(found.code, 0) << found.err;
+  nlohmann::json spots = nlohmann::json::parse(found.out).at("spots");
+  ASSERT_EQ(spots.size(), 2u);
+  EXPECT_NEAR(spots[0].at("center")[0].get<double>(), 202 / 512.0, 0.01);
+  EXPECT_NEAR(spots[1].at("center")[1].get<double>(), 103.5 / 512.0, 0.01);
+  EXPECT_EQ(spots[0].at("radius"), 0.015);
+
+  test::TempDir dir;
+  writeHorizon(dir / "landscape.png", 0.0);
+  CliRun none = runTool({"redeye", (dir / "landscape.png").string()});
+  EXPECT_EQ(none.code, 1);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(none.err, "未检测到人脸/红眼，可尝试手动模式\n");
+}
+
 }  // namespace
 }  // namespace vg::cli
