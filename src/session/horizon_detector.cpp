@@ -48,91 +48,102 @@ cv::Mat asShown(cv::Mat grey, const CropSettings& crop) {
   return grey;
 }
 
-struct Segment {
-  double x0, y0, x1, y1;  // x0 <= x1
-  double angle;           // degrees, y down: positive falls to the right
-  double length;          // pixels
+// Edge pixels with the direction of the edge through them (degrees, y down,
+// positive falling to the right), for those within reach of the search range.
+struct EdgePixel {
+  int x, y;
+  double direction;
 };
 
-std::vector<Segment> nearHorizontalSegments(const cv::Mat& grey) {
-  cv::Ptr<cv::LineSegmentDetector> lsd = cv::createLineSegmentDetector(cv::LSD_REFINE_STD);
-  std::vector<cv::Vec4f> lines;
-  lsd->detect(grey, lines);
-  const double minLength = H::kMinSegment * grey.cols;
-  std::vector<Segment> out;
-  for (const cv::Vec4f& l : lines) {
-    Segment s{l[0], l[1], l[2], l[3], 0, 0};
-    if (s.x1 < s.x0) std::swap(s.x0, s.x1), std::swap(s.y0, s.y1);
-    s.length = std::hypot(s.x1 - s.x0, s.y1 - s.y0);
-    s.angle = std::atan2(s.y1 - s.y0, s.x1 - s.x0) * 180.0 / std::numbers::pi;
-    if (s.length >= minLength && std::fabs(s.angle) <= H::kSearchRange) out.push_back(s);
+std::vector<EdgePixel> nearHorizontalEdges(const cv::Mat& grey) {
+  cv::Mat blurred, gx, gy, edges;
+  cv::GaussianBlur(grey, blurred, cv::Size(0, 0), H::kBlurSigma);
+  cv::Sobel(blurred, gx, CV_32F, 1, 0, 3);
+  cv::Sobel(blurred, gy, CV_32F, 0, 1, 3);
+  cv::Canny(blurred, edges, H::kCannyLow, H::kCannyHigh, 3, true);
+  std::vector<EdgePixel> out;
+  for (int y = 0; y < grey.rows; ++y) {
+    const uint8_t* e = edges.ptr<uint8_t>(y);
+    const float* dx = gx.ptr<float>(y);
+    const float* dy = gy.ptr<float>(y);
+    for (int x = 0; x < grey.cols; ++x) {
+      if (!e[x] || dy[x] == 0) continue;
+      // The edge runs across its gradient.
+      const double direction = std::atan(-dx[x] / dy[x]) * 180.0 / std::numbers::pi;
+      if (std::fabs(direction) <= H::kSearchRange + H::kSpread) out.push_back({x, y, direction});
+    }
   }
   return out;
 }
 
-// Length-weighted votes under a triangle of half-width kBand around `angle`.
-double vote(const std::vector<Segment>& segments, double angle) {
-  double sum = 0;
-  for (const Segment& s : segments) sum += s.length * std::max(0.0, 1.0 - std::fabs(s.angle - angle) / H::kBand);
-  return sum;
-}
+struct Line {
+  double direction;  // degrees
+  double offset;     // -x sin + y cos, pixels
+  double votes;      // edge pixels on it
+};
 
-// The longest stretch, along direction `angle`, over which segments of one
-// line (within kLineTolerance of the frame height across it) follow each other
-// with gaps no longer than kMaxGap of the frame width.
-double longestLine(std::vector<const Segment*> band, double angle, double frameWidth, double frameHeight) {
-  const double c = std::cos(angle * std::numbers::pi / 180.0), s = std::sin(angle * std::numbers::pi / 180.0);
-  auto across = [&](const Segment* g) { return -s * (g->x0 + g->x1) / 2 + c * (g->y0 + g->y1) / 2; };
-  auto from = [&](const Segment* g) { return c * g->x0 + s * g->y0; };
-  auto to = [&](const Segment* g) { return c * g->x1 + s * g->y1; };
-  std::sort(band.begin(), band.end(), [&](auto a, auto b) { return across(a) < across(b); });
-  const double tolerance = std::max(2.0, H::kLineTolerance * frameHeight), maxGap = H::kMaxGap * frameWidth;
-  double best = 0;
-  for (size_t i = 0; i < band.size();) {
-    size_t j = i + 1;
-    while (j < band.size() && across(band[j]) - across(band[j - 1]) <= tolerance) ++j;
-    std::vector<const Segment*> line(band.begin() + long(i), band.begin() + long(j));
-    std::sort(line.begin(), line.end(), [&](auto a, auto b) { return from(a) < from(b); });
-    double start = from(line[0]), end = to(line[0]);
-    for (const Segment* g : line) {
-      if (from(g) > end + maxGap) start = from(g);
-      end = std::max(end, to(g));
-      best = std::max(best, end - start);
+// Hough transform over the search range: each edge pixel votes for the lines
+// through it whose direction is within kSpread of its own edge direction.
+// Per direction, the best offset (votes of three neighbouring offsets
+// together, so a soft or slightly bent edge still counts whole).
+std::vector<Line> bestLinePerDirection(const std::vector<EdgePixel>& edges, int width, int height) {
+  const int directions = int(std::lround(2 * H::kSearchRange / H::kAngleStep)) + 1;
+  const double reach = width * std::sin(H::kSearchRange * std::numbers::pi / 180.0);
+  const int minOffset = -int(std::ceil(reach)) - 2;
+  const int offsets = height + 2 * int(std::ceil(reach)) + 5;
+  std::vector<double> cosines(static_cast<size_t>(directions)), sines(static_cast<size_t>(directions));
+  for (int t = 0; t < directions; ++t) {
+    const double a = (-H::kSearchRange + t * H::kAngleStep) * std::numbers::pi / 180.0;
+    cosines[size_t(t)] = std::cos(a), sines[size_t(t)] = std::sin(a);
+  }
+  std::vector<float> votes(size_t(directions) * size_t(offsets));
+  for (const EdgePixel& p : edges) {
+    const int t0 = std::max(0, int(std::ceil((p.direction - H::kSpread + H::kSearchRange) / H::kAngleStep)));
+    const int t1 = std::min(directions - 1, int(std::floor((p.direction + H::kSpread + H::kSearchRange) / H::kAngleStep)));
+    for (int t = t0; t <= t1; ++t) {
+      const long offset = std::lround(-p.x * sines[size_t(t)] + p.y * cosines[size_t(t)]) - minOffset;
+      votes[size_t(t) * size_t(offsets) + size_t(offset)] += 1;
     }
-    i = j;
+  }
+  std::vector<Line> best(static_cast<size_t>(directions));
+  for (int t = 0; t < directions; ++t) {
+    const float* row = &votes[size_t(t) * size_t(offsets)];
+    Line& line = best[size_t(t)];
+    line.direction = -H::kSearchRange + t * H::kAngleStep;
+    for (int r = 1; r + 1 < offsets; ++r) {
+      const double v = double(row[r - 1]) + row[r] + row[r + 1];
+      if (v > line.votes) line.votes = v, line.offset = r + minOffset;
+    }
   }
   return best;
 }
 
-std::optional<double> dominantAngle(const std::vector<Segment>& segments, double frameWidth, double frameHeight) {
-  if (segments.empty()) return std::nullopt;
-  // Candidate directions every 0.1 degree over the whole search range.
-  constexpr double kStep = 0.1;
-  const int steps = int(std::lround(2 * H::kSearchRange / kStep));
-  std::vector<double> votes(size_t(steps + 1));
-  size_t best = 0;
-  for (int i = 0; i <= steps; ++i) {
-    votes[size_t(i)] = vote(segments, -H::kSearchRange + i * kStep);
-    if (votes[size_t(i)] > votes[best]) best = size_t(i);
+// The direction of a line fitted by least squares through the edge pixels
+// within kFitDistance of `line` whose own direction agrees with it.
+double fittedDirection(const std::vector<EdgePixel>& edges, const Line& line) {
+  const double a = line.direction * std::numbers::pi / 180.0, c = std::cos(a), s = std::sin(a);
+  double sx = 0, sy = 0, sxx = 0, sxy = 0, n = 0;
+  for (const EdgePixel& p : edges) {
+    if (std::fabs(p.direction - line.direction) > H::kSpread) continue;
+    if (std::fabs(-p.x * s + p.y * c - line.offset) > H::kFitDistance) continue;
+    sx += p.x, sy += p.y, sxx += double(p.x) * p.x, sxy += double(p.x) * p.y, n += 1;
   }
-  const double peak = -H::kSearchRange + double(best) * kStep;
-  double rival = 0;
-  for (int i = 0; i <= steps; ++i) {
-    if (std::fabs(-H::kSearchRange + i * kStep - peak) > H::kSeparation) rival = std::max(rival, votes[size_t(i)]);
-  }
-  if (std::fabs(peak) > H::kMaxTilt || rival >= H::kRivalRatio * votes[best]) return std::nullopt;
+  const double spread = n * sxx - sx * sx;
+  if (n < 2 || spread <= 0) return line.direction;
+  return std::atan((n * sxy - sx * sy) / spread) * 180.0 / std::numbers::pi;
+}
 
-  std::vector<const Segment*> band;
-  double support = 0, weighted = 0;
-  for (const Segment& s : segments) {
-    if (std::fabs(s.angle - peak) > H::kBand) continue;
-    band.push_back(&s);
-    support += s.length;
-    weighted += s.length * s.angle;
+std::optional<double> dominantDirection(const std::vector<EdgePixel>& edges, int width, int height) {
+  if (edges.empty()) return std::nullopt;
+  const std::vector<Line> lines = bestLinePerDirection(edges, width, height);
+  const Line& best = *std::max_element(lines.begin(), lines.end(), [](const Line& a, const Line& b) { return a.votes < b.votes; });
+  double rival = 0;
+  for (const Line& l : lines) {
+    if (std::fabs(l.direction - best.direction) > H::kSeparation) rival = std::max(rival, l.votes);
   }
-  const double line = longestLine(band, peak, frameWidth, frameHeight);
-  if (support < H::kMinSupport * frameWidth || line < H::kMinLine * frameWidth) return std::nullopt;
-  return weighted / support;
+  if (std::fabs(best.direction) > H::kMaxTilt || best.votes < H::kMinLine * width || rival >= H::kRivalRatio * best.votes)
+    return std::nullopt;
+  return fittedDirection(edges, best);
 }
 
 }  // namespace
@@ -143,9 +154,9 @@ std::optional<double> detectHorizonAngle(const Image& previewSource, const CropS
   cv::Mat grey = reducedLuminance(previewSource);
   if (grey.cols < 16 || grey.rows < 16 || cancelled(cancel)) return std::nullopt;
   grey = asShown(std::move(grey), crop);
-  std::vector<Segment> segments = nearHorizontalSegments(grey);
+  std::vector<EdgePixel> edges = nearHorizontalEdges(grey);
   if (cancelled(cancel)) return std::nullopt;
-  std::optional<double> line = dominantAngle(segments, grey.cols, grey.rows);
+  std::optional<double> line = dominantDirection(edges, grey.cols, grey.rows);
   if (!line) return std::nullopt;
   // Turning the picture by -line levels it; kept to a hundredth of a degree.
   const double angle = std::round(-*line * 100.0) / 100.0;

@@ -10,20 +10,19 @@
 //   flipped and quarter-turned exactly as `crop` shows it, so the answer is
 //   for the picture as the user sees it. crop.angle, crop.rect and the
 //   aspect lock are ignored: the result replaces the straightening angle.
-// - Line segments are found with OpenCV's line segment detector. Segments
-//   within kSearchRange of horizontal and at least kMinSegment of the frame
-//   width long vote for their direction with their length; the votes are
-//   smoothed over angle and the strongest direction wins. The answer is the
-//   length-weighted mean direction of the segments within kBand of it.
-// - Evidence is weak, and the result is nothing, when the winning direction
-//   is more than kMaxTilt from horizontal (the strongest lines of the picture
-//   are not a tilted horizon but edges of things), when another direction
-//   more than kSeparation away has at least kRivalRatio of its votes (for
-//   example converging lines of a building seen in perspective), when its
-//   segments add up to less than kMinSupport of the frame width, or when none
-//   of them, joined along one line (kLineTolerance across, gaps up to
-//   kMaxGap), spans kMinLine of the width. A soft horizon comes out of the
-//   segment detector in pieces; joining them is what recognises it.
+// - Edges are found with Canny's detector after a slight blur (kBlurSigma;
+//   thresholds kCannyLow and kCannyHigh). A Hough transform over directions
+//   within kSearchRange of horizontal, in steps of kAngleStep, counts the
+//   edge pixels along every line; a pixel votes only for directions within
+//   kSpread of the edge's own direction (from its gradient), so texture adds
+//   little. The line with the most edge pixels wins, and its direction is
+//   refined by a least-squares fit through its pixels (within kFitDistance).
+// - Evidence is weak, and the result is nothing, when the winning line is
+//   more than kMaxTilt from horizontal (the strongest lines of the picture
+//   are edges of things, not a tilted horizon), when it has fewer edge pixels
+//   than kMinLine of the frame width, or when the best line in a direction
+//   more than kSeparation away has at least kRivalRatio of its pixels (for
+//   example converging lines of a building seen in perspective).
 // - The value returned is what crop.angle must hold to level that line: the
 //   render turns the picture clockwise for positive angles (y down), so a
 //   line that falls to the right (dy/dx > 0 on screen) gives a negative angle.
@@ -42,16 +41,17 @@ namespace vg {
 
 struct HorizonDetector {
   static constexpr int kAnalysisSize = 800;      // long side of the analysed picture, px
+  static constexpr double kBlurSigma = 1.0;      // pixels of the analysed picture
+  static constexpr double kCannyLow = 10;        // gradient thresholds on 8-bit levels
+  static constexpr double kCannyHigh = 30;
   static constexpr double kSearchRange = 30;     // degrees from horizontal that vote
+  static constexpr double kAngleStep = 0.2;      // degrees between directions
+  static constexpr double kSpread = 3;           // degrees an edge pixel votes either side
+  static constexpr double kFitDistance = 2;      // pixels from the line, for the fit
   static constexpr double kMaxTilt = 15;         // the largest tilt taken for a horizon, degrees
-  static constexpr double kMinSegment = 0.04;    // of the frame width
-  static constexpr double kBand = 1.0;           // degrees around the winning direction
-  static constexpr double kMinSupport = 0.25;    // of the frame width
-  static constexpr double kMinLine = 0.15;       // of the frame width
-  static constexpr double kLineTolerance = 0.01; // of the frame height, across a line
-  static constexpr double kMaxGap = 0.15;        // of the frame width, along a line
+  static constexpr double kMinLine = 0.25;       // edge pixels on the line / frame width
   static constexpr double kSeparation = 3.0;     // degrees between rival directions
-  static constexpr double kRivalRatio = 0.7;     // rival support / winning support
+  static constexpr double kRivalRatio = 0.7;     // rival line / winning line
 };
 
 std::optional<double> detectHorizonAngle(const Image& previewSource, const CropSettings& crop,
