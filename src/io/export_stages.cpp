@@ -83,6 +83,13 @@ Image LanczosResizeSource::renderBand(const Rect& rect) {
     inBottom = std::max(inBottom, *std::max_element(idx, idx + n) + 1);
   }
   Image in = input_.renderBand(Rect{0, inTop, input_.width(), inBottom - inTop});
+  if (!input_.opaque()) {
+    forRows(inTop, inBottom, [&](int y) {
+      float* p = in.row(y);
+      for (int x = 0; x < input_.width(); ++x, p += 4)
+        if (!(p[3] > 0.0f)) p[0] = p[1] = p[2] = p[3] = 0.0f;
+    });
+  }
 
   // Horizontal pass: the needed input rows at the target width and the
   // band's columns.
@@ -138,12 +145,13 @@ Image UnsharpMaskSource::renderBand(const Rect& rect) {
   const Rect fetch = rect.grown(reach_).intersected(Rect{0, 0, input_.width(), input_.height()});
   Image in = input_.renderBand(fetch);
   Image out = gaussianBlur(in, sigma_, rect);
+  const int channels = input_.opaque() ? 3 : 4;
   forRows(rect.y, rect.bottom(), [&](int y) {
     const float* c = in.at(rect.x, y);
     float* dst = out.row(y);
     for (int x = 0; x < rect.width; ++x, c += 4, dst += 4) {
-      for (int ch = 0; ch < 3; ++ch) dst[ch] = c[ch] + (c[ch] - dst[ch]) * intensity_;
-      dst[3] = c[3];
+      for (int ch = 0; ch < channels; ++ch) dst[ch] = c[ch] + (c[ch] - dst[ch]) * intensity_;
+      if (channels == 3) dst[3] = c[3];
     }
   });
   return out;

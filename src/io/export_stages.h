@@ -7,13 +7,21 @@
 //   centre o + 0.5 maps to the source position (o + 0.5) / s; when shrinking,
 //   the kernel is stretched by 1 / s (support 3 / s source pixels) so it also
 //   low-pass filters. Taps outside the image repeat the edge pixel. Weights are
-//   normalised to sum 1. Works on premultiplied values; the negative lobes may
-//   overshoot 0...1 slightly at hard edges (the output conversion clips).
+//   normalised to sum 1. Works on premultiplied values, so a cut-out's edge
+//   keeps its colour instead of taking in the black of its transparent
+//   surroundings; the negative lobes may overshoot 0...1 slightly at hard
+//   edges (the output conversion clips, and divides colour by an alpha above
+//   1). A picture that is not opaque has the colour of its fully transparent
+//   pixels (which stages before may have lifted: grain, blacks) taken as 0
+//   before filtering: they carry no light into their neighbours.
 //
 // UnsharpMaskSource: c + (c - gauss(c, sigma = radius)) x intensity on the
-//   colour channels, alpha passed through; the blur is the engine's clamped-
-//   edge Gaussian (gaussian_blur.h), so a band equals the same rows of a
-//   whole-image unsharp mask.
+//   colour channels, alpha passed through when the picture is opaque; the
+//   blur is the engine's clamped-edge Gaussian (gaussian_blur.h), so a band
+//   equals the same rows of a whole-image unsharp mask. A picture that is not
+//   opaque is sharpened on all four premultiplied channels: colour and alpha
+//   move together, so the straight colour of a cut-out's edge is kept and
+//   its transparent surroundings do not sharpen into a halo.
 //
 // Both render a band by asking their input for the band plus the rows their
 // kernel reaches, and split the work over rows with the shared thread pool.

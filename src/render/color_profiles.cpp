@@ -167,7 +167,8 @@ inline void encodePixel(const OutputEncoding& enc, const float* m, const float* 
                         float out[4]) {
   float r = finite(s[0]), g = finite(s[1]), b = finite(s[2]), a = clip01(s[3]);
   if (keepAlpha) {
-    float inv = a > 0.0f ? 1.0f / a : 0.0f;
+    const float cover = s[3] > 1.0f ? s[3] : a;  // an overshoot above 1 still divides out
+    float inv = a > 0.0f ? 1.0f / cover : 0.0f;
     r *= inv;
     g *= inv;
     b *= inv;
@@ -287,7 +288,7 @@ std::array<double, 4> encodeReference(OutputColorSpace space, const float rgba[4
   auto finite = [](double v) { return std::isnan(v) ? 0.0 : std::clamp(v, -65504.0, 65504.0); };
   double c[3] = {finite(rgba[0]), finite(rgba[1]), finite(rgba[2])};
   if (channels == OutputChannels::rgba)
-    for (double& v : c) v = a > 0 ? v / a : 0.0;
+    for (double& v : c) v = a > 0 ? v / std::max(a, double(rgba[3])) : 0.0;
   const auto& m = referenceMatrix(space);
   std::array<double, 4> out{};
   for (int i = 0; i < 3; ++i)

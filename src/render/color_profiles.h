@@ -12,9 +12,11 @@
 // premultiplied, see image.h):
 //   0. NaN colour becomes 0 and colour is limited to the half-float range
 //      ±65504 (an infinity acts as a very bright but finite value);
-//   1. colour = rgb / alpha when the output keeps alpha (alpha clamped to 0...1,
-//      colour 0 where alpha is 0); otherwise the premultiplied colour as is,
-//      which is the image composited over black;
+//   1. colour = rgb / alpha when the output keeps alpha (colour 0 where alpha
+//      is 0 or below; an alpha above 1, a resampler's overshoot, still
+//      divides, so the colour stays straight), alpha then clamped to 0...1;
+//      otherwise the premultiplied colour as is, which is the image
+//      composited over black;
 //   2. linear output rgb = M x colour, M from the profiles' colorants;
 //   3. clipped to 0...1 (NaN becomes 0), transfer curve applied;
 //   4. quantised: 8-bit with an ordered ±0.5 LSB dither (so smooth gradients do

@@ -48,9 +48,11 @@ HWY_INLINE void Encode(D d, const RowJob& job, const float* src, V& e0, V& e1, V
   r = Finite(d, r);
   g = Finite(d, g);
   b = Finite(d, b);
+  const V raw = a;
   a = Clip01(d, a);
   if (job.keepAlpha) {
-    V inv = hn::IfThenElseZero(hn::Gt(a, hn::Zero(d)), hn::Div(hn::Set(d, 1.0f), a));
+    const V cover = hn::IfThenElse(hn::Gt(raw, hn::Set(d, 1.0f)), raw, a);
+    V inv = hn::IfThenElseZero(hn::Gt(a, hn::Zero(d)), hn::Div(hn::Set(d, 1.0f), cover));
     r = hn::Mul(r, inv);
     g = hn::Mul(g, inv);
     b = hn::Mul(b, inv);

@@ -52,10 +52,29 @@ TEST(ExportStages, BandsEqualTheWholeImageForEveryBandHeight) {
   Image whole = stitched(sharp, 23);
   for (int rows : {1, 2, 5, 7, 22}) EXPECT_EQ(maxDifference(whole, stitched(sharp, rows)), 0.0f) << rows;
 
-  // And the sharpened band equals the engine's whole-image unsharp mask.
+  // And the sharpened band equals the engine's whole-image unsharp mask on
+  // the colour; the pattern is partly transparent, so alpha is sharpened
+  // with it (same formula, same blur).
   Image resized = stitched(down, 23);
   Image reference = unsharpMask(resized, 1.6f, 0.7f);
+  Image blurred = gaussianBlur(resized, 1.6f, resized.bounds());
+  for (int y = 0; y < resized.height(); ++y)
+    for (int x = 0; x < resized.width(); ++x) {
+      const float a = resized.at(x, y)[3];
+      reference.at(x, y)[3] = a + (a - blurred.at(x, y)[3]) * 0.7f;
+    }
   EXPECT_LT(maxDifference(whole, reference), 1e-5f);
+
+  // An opaque picture's alpha passes through the sharpening untouched.
+  Image solid = pattern(83, 71);
+  for (int y = 0; y < 71; ++y)
+    for (int x = 0; x < 83; ++x) solid.at(x, y)[3] = 1.0f;
+  ImageBandSource solidBase(solid);
+  LanczosResizeSource solidDown(solidBase, 40, 23);
+  UnsharpMaskSource solidSharp(solidDown, 1.6, 0.7);
+  Image sharpened = stitched(solidSharp, 23), plain = stitched(solidDown, 23);
+  for (int y = 0; y < 23; ++y)
+    for (int x = 0; x < 40; ++x) ASSERT_EQ(sharpened.at(x, y)[3], plain.at(x, y)[3]);
 }
 
 TEST(ExportStages, LanczosKeepsFlatImagesFlatAndLowPassesWhenShrinking) {

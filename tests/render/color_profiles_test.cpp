@@ -15,12 +15,13 @@ constexpr OutputColorSpace kSpaces[] = {OutputColorSpace::sRGB, OutputColorSpace
                                         OutputColorSpace::adobeRGB1998};
 
 // Pixels that exercise every branch: in range, over white, negative, tiny,
-// transparent, NaN and infinite.
+// transparent, alpha overshooting 1 (a resampler's ringing), NaN and infinite.
 std::vector<std::array<float, 4>> probePixels() {
   std::vector<std::array<float, 4>> px = {
       {0, 0, 0, 1},       {1, 1, 1, 1},          {0.18f, 0.18f, 0.18f, 1}, {1, 0, 0, 1},
       {0, 1, 0, 1},       {0, 0, 1, 1},          {2.5f, 0.3f, -0.2f, 1},   {1e-7f, 3e-5f, 0.002f, 1},
-      {0.2f, 0.1f, 0.05f, 0.5f}, {0.3f, 0.3f, 0.3f, 0}, {NAN, 0.5f, 0.5f, 1}, {INFINITY, 0, 0, 1},
+      {0.2f, 0.1f, 0.05f, 0.5f}, {0.3f, 0.3f, 0.3f, 0}, {0.6f, 0.3f, 0.15f, 1.2f}, {0.5f, 0.5f, 0.5f, -0.1f},
+      {NAN, 0.5f, 0.5f, 1},     {INFINITY, 0, 0, 1},
   };
   std::mt19937 rng(7);
   std::uniform_real_distribution<float> u(-0.1f, 1.2f), a(0.0f, 1.0f);
@@ -47,6 +48,16 @@ TEST(ColorProfiles, FastConversionMatchesTheReferenceWithinOneSixteenBitStep) {
       }
     }
   }
+}
+
+// Ringing can leave alpha a little above 1 beside a hard transparent edge;
+// the straight colour written is still that of the pixel, not brighter.
+TEST(ColorProfiles, AnAlphaOvershootStillDividesOut) {
+  const float over[4] = {0.6f, 0.3f, 0.15f, 1.2f}, exact[4] = {0.5f, 0.25f, 0.125f, 1.0f};
+  uint16_t a[4], b[4];
+  encodeRow16(OutputEncoding::get(OutputColorSpace::sRGB), over, 1, OutputChannels::rgba, 65535, a);
+  encodeRow16(OutputEncoding::get(OutputColorSpace::sRGB), exact, 1, OutputChannels::rgba, 65535, b);
+  for (int c = 0; c < 4; ++c) EXPECT_NEAR(a[c], b[c], 1) << c;
 }
 
 TEST(ColorProfiles, EightBitCodesAreTheRoundedReferenceWithoutDitherAndWithinOneWithIt) {
