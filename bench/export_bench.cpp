@@ -187,7 +187,7 @@ void exportWhole(const std::filesystem::path& input, const std::filesystem::path
   vg::EditDocument recipe = typicalRecipe();
   auto loaded = vg::ImageLoader::load(input, recipe.raw);
   vg::RenderEngine engine;
-  vg::DocumentBandSource picture(engine, *loaded.image, recipe);
+  vg::DocumentBandSource picture(engine, *loaded.image, loaded.opaque, recipe);
   ImageExporter::Options o;
   o.metadataSourceURL = input;
   o.longEdge = longEdge;

@@ -62,7 +62,7 @@ int runExport(const ParsedArgs& args, Io& io) {
 
     ImageLoader::Loaded loaded = ImageLoader::load(image, recipe.raw);
     RenderEngine engine(supportFolder() / "LUTs");
-    DocumentBandSource picture(engine, *loaded.image, recipe);
+    DocumentBandSource picture(engine, *loaded.image, loaded.opaque, recipe);
     ImageExporter::exportImage(picture, destination, options);
     io.out << destination.string() << "\n";
     return kExitOk;

@@ -146,7 +146,7 @@ bool BatchEngine::process(const std::filesystem::path& source, const Config& con
   ImageLoader::Loaded loaded = ImageLoader::load(source, recipe.raw);
   checkCancelled();
 
-  DocumentBandSource picture(engine, *loaded.image, std::move(recipe));
+  DocumentBandSource picture(engine, *loaded.image, loaded.opaque, std::move(recipe));
   checkCancelled();
 
   std::filesystem::create_directories(config.outputFolder, ec);

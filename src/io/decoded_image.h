@@ -16,6 +16,7 @@ struct DecodedImage {
   // reduced (JPEG, HEIF) set it; 0 means the image's own size.
   int fullWidth = 0;
   int fullHeight = 0;
+  bool opaque = true;          // every pixel has alpha 1 (no alpha sample, or all of it 1)
 };
 
 // Options shared by the plain decoders.

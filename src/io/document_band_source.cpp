@@ -7,12 +7,12 @@
 
 namespace vg {
 
-DocumentBandSource::DocumentBandSource(RenderEngine& engine, const Image& source, EditDocument recipe)
+DocumentBandSource::DocumentBandSource(RenderEngine& engine, const Image& source, bool sourceOpaque,
+                                       EditDocument recipe)
     : engine_(engine), source_(source), recipe_(std::move(recipe)) {
-  const GeometryParams params = geometryParams(recipe_);
-  Geometry geometry(source.bounds(), params, false);
+  Geometry geometry(source.bounds(), geometryParams(recipe_), false);
   output_ = geometry.outputRect();
-  opaque_ = params.distortion == 0;
+  opaque_ = sourceOpaque && geometry.coversOutput();
   halo_ = RenderEngine::chainHalo(recipe_.adjustments, 1.0);
   for (const MaskLayer& m : recipe_.masks) {
     if (m.enabled) halo_ += RenderEngine::chainHalo(m.adjustments, 1.0);

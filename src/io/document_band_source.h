@@ -9,9 +9,11 @@
 // errors are logged and listed in maskErrors(), as renderDocument does.
 // Band coordinates are relative to the output rectangle's top-left corner.
 //
-// opaque(): every recipe covers its frame with source pixels except lens
-// distortion, which can pull in transparent edges; with distortion the
-// source reports non-opaque so formats with alpha keep it.
+// opaque(): true when every output pixel has alpha 1: the source is opaque
+// (sourceOpaque, which the loader learnt while decoding) and the geometry
+// covers the output rectangle with source pixels (Geometry::coversOutput:
+// a straightened crop past the turned picture, or lens distortion, can
+// leave transparent corners). No stage after the geometry changes alpha.
 //
 // The engine and source must outlive the band source.
 #pragma once
@@ -30,7 +32,7 @@ namespace vg {
 
 class DocumentBandSource final : public BandSource {
  public:
-  DocumentBandSource(RenderEngine& engine, const Image& source, EditDocument recipe);
+  DocumentBandSource(RenderEngine& engine, const Image& source, bool sourceOpaque, EditDocument recipe);
 
   int width() const override { return output_.width; }
   int height() const override { return output_.height; }

@@ -221,6 +221,7 @@ HeifDecoded decodeHeif(std::span<const uint8_t> bytes, double minLongSide) {
   UprightWriter writer(width, height, 1, *color);
   writer.writeAll(plane, size_t(stride));
   out.decoded.image = writer.take();
+  out.decoded.opaque = writer.opaque();
   out.decoded.profileName = primaryColor.label;
   out.decoded.colorModel = "RGB";
   out.decoded.fullWidth = fullWidth;

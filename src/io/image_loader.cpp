@@ -207,6 +207,7 @@ std::shared_ptr<const Image> decodePlain(const OpenedFile& f, double minLongSide
   loaded.colorSpaceName = colorSpaceLabel(decoded);
   loaded.pixelSize = {double(decoded.fullWidth > 0 ? decoded.fullWidth : decoded.image.width()),
                       double(decoded.fullHeight > 0 ? decoded.fullHeight : decoded.image.height())};
+  loaded.opaque = decoded.opaque;
   return std::make_shared<const Image>(std::move(decoded.image));
 }
 

@@ -17,7 +17,11 @@
 //    container's rotation and mirror) and converted through its ICC profile;
 //    any failure is code 1 "无法解码图片：<name>";
 //  - colorSpaceName is the embedded profile's description, else the colour
-//    model when it is not RGB ("Gray", "CMYK"), else "sRGB".
+//    model when it is not RGB ("Gray", "CMYK"), else "sRGB";
+//  - opaque says whether every pixel has alpha 1: false only for a file with
+//    an alpha channel (PNG, TIFF extra sample, HEIF alpha plane) that uses
+//    it; camera RAW and JPEG are always opaque. The decoders learn it while
+//    converting, so asking costs nothing.
 // A failed load leaves nothing behind.
 //
 // loadPreview(file, maxDimension, settings): the quick first picture of a
@@ -81,6 +85,7 @@ class ImageLoader {
     std::string colorSpaceName;
     PhotoMetadata meta;
     bool isRAW = false;
+    bool opaque = true;
     std::shared_ptr<const ScopedFileAccess> access;
   };
 

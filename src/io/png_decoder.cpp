@@ -133,6 +133,7 @@ DecodedImage decodePng(std::span<const uint8_t> bytes, const DecodeOptions& opti
 
   DecodedImage out;
   out.image = c.writer->take();
+  out.opaque = c.writer->opaque();
   out.profileName = c.color->profileDescription();
   out.colorModel = c.format.model == ColorModel::gray ? "Gray" : "RGB";
   return out;

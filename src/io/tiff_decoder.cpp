@@ -164,6 +164,7 @@ DecodedImage readThroughRgba(TIFF* tif, const MemoryFile& file, uint32_t width, 
   writer.writeAll(reinterpret_cast<const uint8_t*>(raster.data()), size_t(width) * 4);
   DecodedImage out;
   out.image = writer.take();
+  out.opaque = writer.opaque();
   out.profileName = color.profileDescription();
   out.colorModel = "RGB";
   return out;
@@ -314,6 +315,7 @@ DecodedImage decodeTiff(std::span<const uint8_t> bytes) {
 
   DecodedImage out;
   out.image = writer.take();
+  out.opaque = writer.opaque();
   out.profileName = color.profileDescription();
   out.colorModel = format.model == ColorModel::gray ? "Gray" : format.model == ColorModel::cmyk ? "CMYK" : "RGB";
   return out;

@@ -18,9 +18,19 @@ UprightWriter::UprightWriter(int storedWidth, int storedHeight, int orientation,
       image_(orientation::swapsAxes(orientation_) ? Image::uninitialized(storedHeight, storedWidth)
                                                   : Image::uninitialized(storedWidth, storedHeight)) {}
 
+void UprightWriter::noteAlpha(const float* rgba, size_t count) {
+  if (!color_.format().hasAlpha || transparent_.load(std::memory_order_relaxed)) return;
+  bool below = false;
+  for (size_t i = 0; i < count; ++i) below |= !(rgba[i * 4 + 3] >= 1.0f);
+  if (below) transparent_.store(true, std::memory_order_relaxed);
+}
+
 void UprightWriter::write(const uint8_t* rows, size_t pitch, int y0, int count) {
   if (orientation_ == 1) {
-    for (int k = 0; k < count; ++k) color_.convert(rows + size_t(k) * pitch, width_, image_.row(y0 + k));
+    for (int k = 0; k < count; ++k) {
+      color_.convert(rows + size_t(k) * pitch, width_, image_.row(y0 + k));
+      noteAlpha(image_.row(y0 + k), size_t(width_));
+    }
     return;
   }
   if (orientation::swapsAxes(orientation_)) {
@@ -32,6 +42,7 @@ void UprightWriter::write(const uint8_t* rows, size_t pitch, int y0, int count) 
   for (int k = 0; k < count; ++k) {
     int y = y0 + k;
     color_.convert(rows + size_t(k) * pitch, width_, buffer.data());
+    noteAlpha(buffer.data(), size_t(width_));
     auto p0 = orientation::upright(orientation_, width_, height_, 0, y);
     auto p1 = orientation::upright(orientation_, width_, height_, 1, y);
     ptrdiff_t step = (p1.x - p0.x) * 4 + (p1.y - p0.y) * stride;
@@ -71,6 +82,7 @@ void UprightWriter::writeTransposed(const uint8_t* rows, size_t pitch, int y0, i
     for (int k = 0; k < count; ++k) {
       color_.convert(rows + size_t(k) * pitch + size_t(x0) * bytesPerPixel, n, tile.data() + size_t(k) * size_t(n) * 4);
     }
+    noteAlpha(tile.data(), size_t(n) * size_t(count));
     for (int i = 0; i < n; ++i) {
       const ptrdiff_t column = ptrdiff_t(x0 + i) * stepX;
       for (int k = 0; k < count; ++k) {

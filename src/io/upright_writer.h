@@ -14,8 +14,14 @@
 // write() may run on several threads at once for disjoint row ranges; rows
 // are grouped in blocks of kBlockRows so that rotated writes from different
 // threads rarely share a cache line.
+//
+// opaque(): when the samples carry alpha, each converted run is checked for
+// an alpha below 1 while it is still in cache, so the caller learns whether
+// the picture has any transparency without a second pass over the image.
+// Without an alpha sample the picture is opaque by construction.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -41,15 +47,21 @@ class UprightWriter {
   int storedWidth() const { return width_; }
   int storedHeight() const { return height_; }
   Image take() { return std::move(image_); }
+  // True when no pixel written so far has an alpha below 1 (NaN counts as
+  // transparent). Read it after the last write() has returned.
+  bool opaque() const { return !transparent_.load(std::memory_order_relaxed); }
 
  private:
   void writeTransposed(const uint8_t* rows, size_t pitch, int y0, int count);
+  // Notes transparency among `count` converted RGBA pixels.
+  void noteAlpha(const float* rgba, size_t count);
 
   int width_;
   int height_;
   int orientation_;
   const InputColor& color_;
   Image image_;
+  std::atomic<bool> transparent_{false};
 };
 
 }  // namespace vg

@@ -230,6 +230,60 @@ bool Geometry::isIdentity() const {
          b.y == source_.bottom() - 0.5;
 }
 
+// The output pixel centres form a grid whose hull is a rectangle. Without
+// distortion the map back to the source is affine, the hull's image a
+// parallelogram, and the grid lies inside the (convex) source extent exactly
+// when the four corner centres do. Distortion scales each point along its
+// ray from the lens centre by 1 + a rho^2. Where that radial map is
+// increasing (a >= 0, or every point within rho* = sqrt(-1 / 3a)), each
+// interior point is outdone, coordinate by coordinate in distance from the
+// centre, by the hull border point further out on its ray, so the border
+// decides; it is tested at every pixel centre with a margin for the curve
+// between two of them. With a < 0 the map only pulls points inwards, so a
+// hull whose undistorted corners lie inside the (star-shaped) extent is
+// covered too. Anything else is reported uncovered.
+bool Geometry::coversOutput() const {
+  if (output_.empty() || source_.empty()) return true;
+  const Rect& E = source_;
+  auto inside = [&](PointF s, double margin) {
+    return s.x >= E.x + margin && s.x <= E.right() - margin && s.y >= E.y + margin && s.y <= E.bottom() - margin;
+  };
+  const double x0 = output_.x + 0.5, y0 = output_.y + 0.5;
+  const double x1 = output_.right() - 0.5, y1 = output_.bottom() - 0.5;
+  const PointF corners[4] = {{x0, y0}, {x1, y0}, {x0, y1}, {x1, y1}};
+  constexpr double kMargin = 1e-6;  // rounding of the affine map
+
+  // The affine part alone: straightening, turns and flips.
+  auto undistorted = [&](PointF o) {
+    PointF p = o;
+    if (straighten_) {
+      double dx = (o.x - centre_.x) / k_, dy = (o.y - centre_.y) / k_;
+      p = {centre_.x + cos_ * dx + sin_ * dy, centre_.y - sin_ * dx + cos_ * dy};
+    }
+    return turnBack(p);
+  };
+  bool cornersInside = true;
+  double rhoMax = 0;
+  for (const PointF& c : corners) {
+    PointF p = undistorted(c);
+    cornersInside = cornersInside && inside(p, kMargin);
+    rhoMax = std::max(rhoMax, std::hypot(p.x - lensCentre_.x, p.y - lensCentre_.y) / radius_);
+  }
+  if (amount_ == 0 || (amount_ < 0 && cornersInside)) return cornersInside;
+  if (amount_ < 0 && rhoMax * rhoMax > -1 / (3 * amount_)) return false;
+
+  // The border, pixel centre by pixel centre; between two of them the
+  // distorted edge strays from the chord by at most 0.75 |a| / R pixels.
+  const double margin = kMargin + std::fabs(amount_) / radius_;
+  for (int i = 0; i < output_.width; ++i) {
+    if (!inside(toSource({x0 + i, y0}), margin) || !inside(toSource({x0 + i, y1}), margin)) return false;
+  }
+  for (int j = 0; j < output_.height; ++j) {
+    if (!inside(toSource({x0, y0 + j}), margin) || !inside(toSource({x1, y0 + j}), margin)) return false;
+  }
+  return true;
+}
+
 void Geometry::renderRows(const Image& source, Image& out, int y0, int y1) const {
   const Rect region = out.bounds();
   if (region.empty()) return;

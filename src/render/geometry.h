@@ -95,6 +95,14 @@ class Geometry {
   // True when it is the source itself: every output pixel is the source
   // pixel at the same position, over the whole source extent.
   bool isIdentity() const;
+  // True when every pixel of the output rectangle takes its colour from
+  // inside the source extent, so the geometry adds no transparency (a
+  // straightened crop reaching past the turned picture, or lens distortion
+  // pulling the edge in, does). Cheap: corners or the rectangle's border,
+  // never the whole area. Where the answer cannot be had cheaply (strong
+  // negative distortion over a region partly outside the source) it is
+  // false, so a format with alpha keeps it.
+  bool coversOutput() const;
 
   // Forward: a point of the source into working-image coordinates of the
   // output frame. Inverse: an output-frame point back to the source.

@@ -53,7 +53,7 @@ TEST(ExportDocument, BandsEqualTheWholeRender) {
   DocumentRender whole = renderDocument(engine, cache, source, recipe, RenderOptions{});
   ASSERT_TRUE(whole.maskErrors.empty());
 
-  DocumentBandSource bands(engine, source, recipe);
+  DocumentBandSource bands(engine, source, true, recipe);
   ASSERT_EQ(bands.width(), whole.image.width());
   ASSERT_EQ(bands.height(), whole.image.height());
   EXPECT_TRUE(bands.opaque());
@@ -76,7 +76,7 @@ TEST(ExportDocument, ARecipeExportsAtItsCroppedSize) {
   test::TempDir dir;
   Image source = scene(160, 120);
   RenderEngine engine;
-  DocumentBandSource bands(engine, source, typicalRecipe());
+  DocumentBandSource bands(engine, source, true, typicalRecipe());
   ImageExporter::Options o;
   o.format = ExportFormat::png;
   ImageExporter::exportImage(bands, dir / "edit.png", o);

@@ -150,7 +150,8 @@ inline ReadBack readTiff(const std::filesystem::path& path) {
 }
 
 // HEIC: size, luma bit depth, ICC, Exif/XMP items and the decoded samples
-// (8-bit RGB, enough for colour checks).
+// (8-bit RGB, or RGBA when the image has an alpha plane; enough for colour
+// checks).
 inline ReadBack readHeic(const std::filesystem::path& path) {
   ReadBack out;
   heif_context* ctx = heif_context_alloc();
@@ -180,13 +181,15 @@ inline ReadBack readHeic(const std::filesystem::path& path) {
     else if (content == "application/rdf+xml") out.xmp = data;
   }
   heif_image* img = nullptr;
-  if (heif_decode_image(handle, &img, heif_colorspace_RGB, heif_chroma_interleaved_RGB, nullptr).code ==
+  const bool alpha = out.channels == 4;
+  if (heif_decode_image(handle, &img, heif_colorspace_RGB,
+                        alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB, nullptr).code ==
       heif_error_Ok) {
     int stride = 0;
     const uint8_t* p = heif_image_get_plane_readonly(img, heif_channel_interleaved, &stride);
     for (int y = 0; y < out.height; ++y)
-      out.samples.insert(out.samples.end(), p + size_t(y) * stride, p + size_t(y) * stride + size_t(out.width) * 3);
-    out.channels = 3;
+      out.samples.insert(out.samples.end(), p + size_t(y) * stride,
+                         p + size_t(y) * stride + size_t(out.width) * size_t(out.channels));
     heif_image_release(img);
   }
   heif_image_handle_release(handle);

@@ -211,6 +211,22 @@ TEST(PngDecoder, StraightAlphaIsPremultiplied) {
   EXPECT_NEAR(d.image.at(0, 0)[3], 128 / 255.0f, 1e-6);
   EXPECT_EQ(d.image.at(1, 0)[0], 0.0f);  // fully transparent: no colour left
   EXPECT_EQ(d.image.at(1, 0)[3], 0.0f);
+  EXPECT_FALSE(d.opaque);
+}
+
+// The decoder learns whether any pixel is transparent on every write path:
+// straight rows, mirrored and turned rows, and transposed tiles.
+TEST(PngDecoder, TransparencyIsNoticedWhateverTheOrientation) {
+  test::TempDir dir;
+  const int w = 70, h = 5;  // wider than one transposed tile
+  std::vector<uint8_t> rgba(size_t(w) * h * 4, 255);
+  test::writePng(dir / "full.png", w, h, 4, 8, rgba.data());
+  rgba[(size_t(4) * w + 69) * 4 + 3] = 254;  // one pixel, in the last tile
+  test::writePng(dir / "hole.png", w, h, 4, 8, rgba.data());
+  for (int orientation : {1, 3, 6, 8}) {
+    EXPECT_TRUE(decodePng(bytesOf(dir / "full.png"), {orientation}).opaque) << orientation;
+    EXPECT_FALSE(decodePng(bytesOf(dir / "hole.png"), {orientation}).opaque) << orientation;
+  }
 }
 
 TEST(PngDecoder, SuiteLayoutsDecode) {
@@ -241,6 +257,8 @@ TEST(PngDecoder, SuiteLayoutsDecode) {
     }
   EXPECT_LT(minAlpha, 0.01f);
   EXPECT_GT(maxAlpha, 0.9f);
+  EXPECT_FALSE(a.opaque);
+  EXPECT_TRUE(decodePng(bytesOf(test::dataPath("png/pngsuite-basn2c16.png")), {}).opaque);
 }
 
 TEST(PngDecoder, DamagedFiles) {

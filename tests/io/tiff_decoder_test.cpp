@@ -173,11 +173,13 @@ TEST(TiffDecoder, GreyPaletteAlphaAndMinIsWhite) {
   auto ad = decodeTiff(bytesOf(dir / "a.tif"));
   EXPECT_NEAR(ad.image.at(0, 0)[0], 0.2f, 1e-6);
   EXPECT_NEAR(ad.image.at(0, 0)[3], 0.2f, 1e-6);
+  EXPECT_FALSE(ad.opaque);
   rgba.extraSamples = {EXTRASAMPLE_UNSPECIFIED};
   writeTiff(dir / "u.tif", rgba, a);
   auto ud = decodeTiff(bytesOf(dir / "u.tif"));
   EXPECT_FLOAT_EQ(ud.image.at(0, 0)[0], 1.0f);
   EXPECT_FLOAT_EQ(ud.image.at(0, 0)[3], 1.0f);
+  EXPECT_TRUE(ud.opaque);
 }
 
 TEST(TiffDecoder, SharedFiles) {
