@@ -16,6 +16,7 @@
 #include "store/edit_store.h"
 #include "store/manual_executor.h"
 #include "store/preset_library.h"
+#include "store/thread_pool.h"
 #include "store/support_folder.h"
 
 namespace vg::cli {
@@ -112,8 +113,9 @@ int runBatch(const ParsedArgs& args, Io& io) {
   RenderEngine engine(supportFolder() / "LUTs");
   EditStore& store = EditStore::shared();
   ManualExecutor main(SystemClock::shared());
+  ThreadPool pool("vg.batch");  // declared after `main`, so it is joined before `main` goes
   auto owned = std::make_unique<BatchModel>(
-      main, [&](const fs::path& source, const BatchEngine::Config& c, const std::function<bool()>& isCancelled) {
+      main, pool, [&](const fs::path& source, const BatchEngine::Config& c, const std::function<bool()>& isCancelled) {
         return BatchEngine::process(source, c, isCancelled, &store, engine);
       });
   BatchModel& model = *owned;

@@ -1,24 +1,79 @@
 #include "io/batch_model.h"
 
+#include <condition_variable>
 #include <mutex>
 
 namespace vg {
 
+// Everything a run's background tasks use, shared with them: the model may
+// be gone while a task is still queued.
 struct BatchModel::Run {
+  Run(uint64_t g, FileProcessor p, BatchEngine::Config c, MainExecutor& m, Executor& b,
+      std::weak_ptr<BatchModel*> model)
+      : generation(g), processor(std::move(p)), config(std::move(c)), main(m), background(b),
+        model(std::move(model)) {}
+
+  const uint64_t generation;
+  const FileProcessor processor;
+  const BatchEngine::Config config;
+  MainExecutor& main;
+  Executor& background;
+  const std::weak_ptr<BatchModel*> model;
+
+  // Tasks touch the processor and the executors only between enter() and
+  // leave(); once cancelled, enter() refuses, and the model's destructor
+  // waits for the active ones to leave.
+  bool enter() {
+    std::lock_guard lock(mutex);
+    if (cancelled) return false;
+    ++active;
+    return true;
+  }
+  void leave() {
+    std::lock_guard lock(mutex);
+    if (--active == 0) idle.notify_all();
+  }
+  void cancel() { cancelled = true; }
+  void waitIdle() {
+    std::unique_lock lock(mutex);
+    idle.wait(lock, [this] { return active == 0; });
+  }
+  bool isIdle() {
+    std::lock_guard lock(mutex);
+    return active == 0;
+  }
+  bool isCancelled() const { return cancelled; }
+
+  // Runs `fn` on the main thread, unless the model is gone by then.
+  void post(std::function<void(BatchModel&)> fn) {
+    main.post([weak = model, fn = std::move(fn)] {
+      if (auto self = weak.lock()) fn(**self);
+    });
+  }
+
+  // Set by prepare() before the workers are posted.
+  std::vector<std::filesystem::path> files;
+  int total = 0;
+  std::atomic<size_t> next{0};
+  std::atomic<int> skipped{0};
+  std::atomic<int> workersLeft{0};
+
+ private:
   std::atomic<bool> cancelled{false};
+  std::mutex mutex;
+  std::condition_variable idle;
+  int active = 0;
 };
 
-BatchModel::BatchModel(MainExecutor& main, FileProcessor processor)
-    : main_(main), processor_(std::move(processor)), self_(std::make_shared<BatchModel*>(this)) {}
+BatchModel::BatchModel(MainExecutor& main, Executor& background, FileProcessor processor)
+    : main_(main), background_(background), processor_(std::move(processor)),
+      self_(std::make_shared<BatchModel*>(this)) {}
 
 BatchModel::~BatchModel() {
   self_.reset();  // tasks still queued on the main executor now do nothing
-  if (run_) run_->cancelled = true;
-  joinWorkers();
-}
-
-void BatchModel::joinWorkers() {
-  if (coordinator_.joinable()) coordinator_.join();
+  if (run_) earlier_.push_back(std::move(run_));
+  for (const auto& run : earlier_) run->cancel();
+  for (const auto& run : earlier_) run->waitIdle();
 }
 
 void BatchModel::changed() {
@@ -41,17 +96,18 @@ void BatchModel::retryFailed(BatchEngine::Config config) {
 
 void BatchModel::cancel() {
   if (!isRunning()) return;
-  if (run_) run_->cancelled = true;
+  if (run_) run_->cancel();
   ++generation_;  // whatever the workers still report is dropped
   phase_ = {Phase::Kind::cancelled, 0, 0, 0, completed_};
   changed();
 }
 
-void BatchModel::launch(
-    std::function<std::vector<std::filesystem::path>(const std::function<bool()>&)> sources,
-    BatchEngine::Config config) {
-  if (run_) run_->cancelled = true;
-  joinWorkers();
+void BatchModel::launch(Sources sources, BatchEngine::Config config) {
+  if (run_) {
+    run_->cancel();
+    earlier_.push_back(std::move(run_));
+  }
+  std::erase_if(earlier_, [](const std::shared_ptr<Run>& run) { return run->isIdle(); });
   const uint64_t generation = ++generation_;
   completed_ = 0;
   failedCount_ = 0;
@@ -61,96 +117,118 @@ void BatchModel::launch(
   phase_ = {Phase::Kind::running, 0, 0, 0, 0};
   changed();
 
-  auto run = std::make_shared<Run>();
-  run_ = run;
-  std::weak_ptr<BatchModel*> weak = self_;
-  MainExecutor* main = &main_;
-  FileProcessor processor = processor_;
-  // Runs `fn` on the main thread, unless the model is gone by then.
-  auto post = [main, weak](std::function<void(BatchModel&)> fn) {
-    main->post([weak, fn = std::move(fn)] {
-      if (auto self = weak.lock()) fn(**self);
-    });
+  run_ = std::make_shared<Run>(generation, processor_, std::move(config), main_, background_, self_);
+  background_.post([run = run_, earlier = earlier_, sources = std::move(sources)] {
+    prepare(run, earlier, sources);
+  });
+}
+
+// Scan, plan and the number of workers, then the workers themselves.
+void BatchModel::prepare(const std::shared_ptr<Run>& run, const std::vector<std::shared_ptr<Run>>& earlier,
+                         const Sources& sources) {
+  if (!run->enter()) return;
+  // A cancelled run before this one may still be finishing a file (an
+  // export of the very file about to be retried): let it end first.
+  for (const auto& e : earlier) e->waitIdle();
+  const uint64_t generation = run->generation;
+  auto isCancelled = [run = run.get()] { return run->isCancelled(); };
+  auto fail = [&](const std::string& message) {
+    run->post([generation, message](BatchModel& m) { m.endBeforeStarting(generation, message); });
+    run->leave();
   };
 
-  coordinator_ = std::thread([run, generation, post, processor, sources = std::move(sources),
-                              config = std::move(config)] {
-    auto isCancelled = [run] { return run->cancelled.load(); };
-    std::vector<std::filesystem::path> files;
-    try {
-      files = sources(isCancelled);
-    } catch (const std::exception& e) {
-      std::string message = e.what();
-      post([generation, message](BatchModel& m) {
-        if (generation != m.generation_) return;
-        m.failures_.push_back(message);
-        m.phase_ = {Phase::Kind::done, 0, 0, 0, 0};
-        m.changed();
-      });
-      return;
-    }
-    if (isCancelled()) return;
+  std::vector<BatchEngine::PlannedFile> planned;
+  try {
+    std::vector<std::filesystem::path> found = sources(isCancelled);
+    if (isCancelled()) return run->leave();
+    planned = BatchEngine::plan(found, run->config);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  } catch (...) {
+    return fail("未知错误");
+  }
 
-    const int total = int(files.size());
-    auto planned = BatchEngine::plan(files, config);
-    post([generation, total](BatchModel& m) {
-      if (generation != m.generation_) return;
-      m.phase_ = {Phase::Kind::running, total, 0, 0, 0};
-      m.changed();
-    });
-
-    std::vector<std::filesystem::path> toProcess;
-    for (const auto& p : planned) {
-      if (p.failure) {
-        post([generation, p](BatchModel& m) {
-          m.recordOutcome(generation, p.source, BatchOutcome::failed, *p.failure);
-        });
-      } else {
-        toProcess.push_back(p.source);
-      }
-    }
-
-    std::atomic<size_t> next{0};
-    std::atomic<int> skipped{0};
-    auto worker = [&] {
-      for (size_t i = next++; i < toProcess.size(); i = next++) {
-        if (isCancelled()) return;
-        const auto& source = toProcess[i];
-        post([generation, name = source.filename().string()](BatchModel& m) {
-          if (generation != m.generation_) return;
-          m.currentFile_ = name;
-          m.changed();
-        });
-        BatchOutcome outcome;
-        std::string message;
-        try {
-          outcome = processor(source, config, isCancelled) ? BatchOutcome::wrote : BatchOutcome::skipped;
-        } catch (const BatchCancelled&) {
-          outcome = BatchOutcome::cancelled;
-        } catch (const std::exception& e) {
-          outcome = BatchOutcome::failed;
-          message = BatchEngine::failureMessage(source, e.what());
-        } catch (...) {
-          outcome = BatchOutcome::failed;
-          message = BatchEngine::failureMessage(source, "未知错误");
-        }
-        if (outcome == BatchOutcome::cancelled) return;
-        if (outcome == BatchOutcome::skipped) ++skipped;
-        post([generation, source, outcome, message](BatchModel& m) {
-          m.recordOutcome(generation, source, outcome, message);
-        });
-      }
-    };
-    const int workers = toProcess.empty() ? 0 : BatchEngine::workerCount(toProcess);
-    std::vector<std::thread> extra;
-    for (int w = 1; w < workers; ++w) extra.emplace_back(worker);
-    if (workers > 0) worker();
-    for (auto& t : extra) t.join();
-    if (isCancelled()) return;
-    post([generation, total, skippedCount = skipped.load()](BatchModel& m) {
-      m.finish(generation, total, skippedCount);
-    });
+  run->total = int(planned.size());
+  run->post([generation, total = run->total](BatchModel& m) {
+    if (generation != m.generation_) return;
+    m.phase_ = {Phase::Kind::running, total, 0, 0, 0};
+    m.changed();
   });
+  for (auto& p : planned) {
+    if (p.failure) {
+      run->post([generation, source = p.source, message = *p.failure](BatchModel& m) {
+        m.recordOutcome(generation, source, BatchOutcome::failed, message);
+      });
+    } else {
+      run->files.push_back(std::move(p.source));
+    }
+  }
+
+  int workers = 0;
+  if (!run->files.empty()) {
+    try {
+      workers = BatchEngine::workerCount(run->files);
+    } catch (...) {
+      workers = 1;  // sizes unknown: the cautious choice
+    }
+  }
+  if (workers == 0) {
+    run->post([generation, total = run->total](BatchModel& m) { m.finish(generation, total, 0); });
+  } else {
+    run->workersLeft = workers;
+    for (int w = 0; w < workers; ++w) run->background.post([run] { work(run); });
+  }
+  run->leave();
+}
+
+// One worker: takes the next file until none is left; the last worker to
+// end reports the end of the run.
+void BatchModel::work(const std::shared_ptr<Run>& run) {
+  if (!run->enter()) return;
+  for (size_t i = run->next++; i < run->files.size() && !run->isCancelled(); i = run->next++) {
+    processOne(*run, run->files[i]);
+  }
+  if (--run->workersLeft == 0 && !run->isCancelled()) {
+    run->post([generation = run->generation, total = run->total, skipped = run->skipped.load()](BatchModel& m) {
+      m.finish(generation, total, skipped);
+    });
+  }
+  run->leave();
+}
+
+void BatchModel::processOne(Run& run, const std::filesystem::path& source) {
+  const uint64_t generation = run.generation;
+  run.post([generation, name = source.filename().string()](BatchModel& m) {
+    if (generation != m.generation_) return;
+    m.currentFile_ = name;
+    m.changed();
+  });
+  BatchOutcome outcome;
+  std::string message;
+  try {
+    const bool wrote = run.processor(source, run.config, [&run] { return run.isCancelled(); });
+    outcome = wrote ? BatchOutcome::wrote : BatchOutcome::skipped;
+  } catch (const BatchCancelled&) {
+    outcome = BatchOutcome::cancelled;
+  } catch (const std::exception& e) {
+    outcome = BatchOutcome::failed;
+    message = BatchEngine::failureMessage(source, e.what());
+  } catch (...) {
+    outcome = BatchOutcome::failed;
+    message = BatchEngine::failureMessage(source, "未知错误");
+  }
+  if (outcome == BatchOutcome::cancelled) return;
+  if (outcome == BatchOutcome::skipped) ++run.skipped;
+  run.post([generation, source, outcome, message](BatchModel& m) {
+    m.recordOutcome(generation, source, outcome, message);
+  });
+}
+
+void BatchModel::endBeforeStarting(uint64_t generation, const std::string& message) {
+  if (generation != generation_) return;
+  failures_.push_back(message);
+  phase_ = {Phase::Kind::done, 0, 0, 0, 0};
+  changed();
 }
 
 void BatchModel::recordOutcome(uint64_t generation, const std::filesystem::path& source,

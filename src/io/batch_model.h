@@ -1,10 +1,14 @@
 // BatchModel: the observable state of one batch window (and of the
 // command-line batch): phase, progress, the failure list and the files to
-// retry. It lives on the main thread; its work runs on worker threads of its
-// own, which only post results back through the main executor.
+// retry. It lives on the main thread; its work runs as tasks on the injected
+// background executor (the shared ThreadPool), which only post results back
+// through the main executor.
 //
 // A run: scan the folder, plan the outputs (collisions fail at once), choose
 // one or two workers, then process the files in order, each exactly once.
+// A scan, plan or header reading that throws ends the run before it starts,
+// done(0) with the error's text as the only failure line (a failed header
+// read only costs the second worker); nothing a run does can end the process.
 // Every finished file (any outcome) raises `completed` and sets
 // `currentFile`; a failure appends the file to failedURLs and its message to
 // `failures` — at most 50 messages, then the line "……失败条目过多，其余省略"
@@ -13,8 +17,14 @@
 // cancelled(completed) at once; files in progress stop at their next check and
 // nothing they would have reported is shown.
 //
-// The worker threads are joined before the next run starts and when the
-// model is destroyed; nothing outlives it.
+// start(), retryFailed() and cancel() never wait: a new run cancels the one
+// before and its workers begin only once the file steps of that run still
+// in progress have ended (on the background executor, not the main thread).
+// The destructor cancels the run and waits for the file steps in progress
+// to notice (the processor checks between load, render and export); queued
+// tasks that start later do nothing. After it returns, nothing of the model
+// runs and the processor is not called again, so what the processor
+// refers to may go; the executors must outlive the model.
 #pragma once
 
 #include <atomic>
@@ -23,7 +33,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "io/batch_engine.h"
@@ -53,7 +62,7 @@ class BatchModel {
                                            const BatchEngine::Config& config,
                                            const std::function<bool()>& isCancelled)>;
 
-  BatchModel(MainExecutor& main, FileProcessor processor);
+  BatchModel(MainExecutor& main, Executor& background, FileProcessor processor);
   ~BatchModel();
   BatchModel(const BatchModel&) = delete;
   BatchModel& operator=(const BatchModel&) = delete;
@@ -80,15 +89,22 @@ class BatchModel {
 
  private:
   struct Run;
-  void launch(std::function<std::vector<std::filesystem::path>(const std::function<bool()>&)> sources,
-              BatchEngine::Config config);
-  void joinWorkers();
+  using Sources = std::function<std::vector<std::filesystem::path>(const std::function<bool()>&)>;
+  void launch(Sources sources, BatchEngine::Config config);
+  // Background tasks of a run.
+  static void prepare(const std::shared_ptr<Run>& run, const std::vector<std::shared_ptr<Run>>& earlier,
+                      const Sources& sources);
+  static void work(const std::shared_ptr<Run>& run);
+  static void processOne(Run& run, const std::filesystem::path& source);
+  // Main-thread updates posted by them.
+  void endBeforeStarting(uint64_t generation, const std::string& message);
   void recordOutcome(uint64_t generation, const std::filesystem::path& source, BatchOutcome outcome,
                      const std::string& message);
   void finish(uint64_t generation, int total, int skipped);
   void changed();
 
   MainExecutor& main_;
+  Executor& background_;
   FileProcessor processor_;
   std::function<void()> onChange_;
 
@@ -101,7 +117,7 @@ class BatchModel {
 
   uint64_t generation_ = 0;
   std::shared_ptr<Run> run_;
-  std::thread coordinator_;
+  std::vector<std::shared_ptr<Run>> earlier_;  // cancelled runs that may still be ending a file
   // Lets late posts from workers see that the model is gone.
   std::shared_ptr<BatchModel*> self_;
 };

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <future>
 #include <chrono>
 #include <mutex>
 #include <set>
@@ -10,6 +12,7 @@
 #include "io/batch_model.h"
 #include "store/clock.h"
 #include "store/manual_executor.h"
+#include "store/thread_pool.h"
 #include "support/test_support.h"
 
 namespace vg {
@@ -101,11 +104,12 @@ TEST(BatchModel, SixtyFailuresAreCappedButAllRetried) {
   TempDir dir;
   for (int i = 0; i < 70; ++i) touch(dir / ("img" + std::to_string(100 + i) + ".jpg"));
   ManualExecutor main(SystemClock::shared());
+  ThreadPool pool("vg.test.batch", 2);
   std::atomic<int> calls{0};
   std::atomic<bool> retrying{false};
   std::mutex m;
   std::set<fs::path> retried;
-  BatchModel model(main, [&](const fs::path& src, const BatchEngine::Config&, const auto&) -> bool {
+  BatchModel model(main, pool, [&](const fs::path& src, const BatchEngine::Config&, const auto&) -> bool {
     ++calls;
     if (retrying) {
       std::lock_guard lock(m);
@@ -144,23 +148,117 @@ TEST(BatchModel, SixtyFailuresAreCappedButAllRetried) {
   EXPECT_TRUE(model.failedURLs().empty());
 }
 
-TEST(BatchModel, UnreadableFolderEndsBeforeStarting) {
+TEST(BatchModel, FailuresBeforeTheFirstFileEndTheRunNotTheProcess) {
   ManualExecutor main(SystemClock::shared());
-  BatchModel model(main, [](const auto&, const auto&, const auto&) { return true; });
+  ThreadPool pool("vg.test.batch", 2);
+  std::atomic<int> calls{0};
+  BatchModel model(main, pool, [&](const auto&, const auto&, const auto&) { return ++calls > 0; });
   BatchEngine::Config config;
   model.start("/no/such/folder", config);
   runUntilSettled(main, model);
   EXPECT_EQ(model.phase().kind, BatchModel::Phase::Kind::done);
   ASSERT_EQ(model.failures().size(), 1u);
+  EXPECT_EQ(model.failures()[0].rfind("无法读取文件夹：", 0), 0u);
   EXPECT_EQ(model.statusText(), "批处理无法开始，请查看下方错误");
+
+  // Planning a relative output folder needs the working folder; when that
+  // has been deleted under the process, planning throws.
+  TempDir sources, scratch;
+  touch(sources / "a.jpg");
+  const fs::path saved = fs::current_path();
+  fs::create_directory(scratch / "cwd");
+  fs::current_path(scratch / "cwd");
+  fs::remove(scratch / "cwd");
+  config.outputFolder = "out";
+  model.start(sources.path(), config);
+  runUntilSettled(main, model);
+  fs::current_path(saved);
+  EXPECT_EQ(model.phase(), (BatchModel::Phase{BatchModel::Phase::Kind::done, 0, 0, 0, 0}));
+  ASSERT_EQ(model.failures().size(), 1u);
+  EXPECT_EQ(model.statusText(), "批处理无法开始，请查看下方错误");
+  EXPECT_NE(model.failures()[0].find("absolute path"), std::string::npos) << model.failures()[0];
+  EXPECT_EQ(calls.load(), 0);
+}
+
+TEST(BatchModel, StartingAgainNeverWaitsAndNeverOverlapsTheFileInProgress) {
+  TempDir dir;
+  touch(dir / "only.jpg");
+  ManualExecutor main(SystemClock::shared());
+  ThreadPool pool("vg.test.batch", 3);
+  std::promise<void> gate;
+  std::shared_future<void> opened = gate.get_future().share();
+  std::atomic<bool> released{false};
+  std::atomic<int> calls{0}, inside{0}, mostInside{0};
+  BatchModel model(main, pool, [&](const auto&, const auto&, const std::function<bool()>& isCancelled) {
+    mostInside = std::max(mostInside.load(), ++inside);
+    if (++calls == 1) opened.wait();  // the first run's file is slow
+    --inside;
+    if (isCancelled()) throw BatchCancelled();
+    return true;
+  });
+  BatchEngine::Config config;
+  config.outputFolder = dir / "out";
+  model.start(dir.path(), config);
+  while (calls.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+
+  // A watchdog, so that a start() that waits cannot hang the test.
+  std::promise<void> returned;
+  std::thread watchdog([&, back = returned.get_future()] {
+    if (back.wait_for(std::chrono::seconds(3)) == std::future_status::timeout && !released.exchange(true)) {
+      gate.set_value();
+    }
+  });
+  model.start(dir.path(), config);
+  returned.set_value();
+  watchdog.join();
+  EXPECT_FALSE(released.load()) << "start() waited for the file in progress";
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(calls.load(), 1) << "the second run must wait for the first run's file";
+  if (!released.exchange(true)) gate.set_value();
+
+  runUntilSettled(main, model);
+  EXPECT_EQ(model.phase(), (BatchModel::Phase{BatchModel::Phase::Kind::done, 1, 0, 0, 0}));
+  EXPECT_EQ(calls.load(), 2);
+  EXPECT_EQ(mostInside.load(), 1);
+}
+
+TEST(BatchModel, NothingRunsOnceTheModelIsGone) {
+  TempDir dir;
+  for (int i = 0; i < 5; ++i) touch(dir / ("f" + std::to_string(i) + ".png"));
+  ManualExecutor main(SystemClock::shared());
+  ThreadPool pool("vg.test.batch", 2);
+  std::atomic<int> calls{0};
+  std::atomic<bool> gone{false}, sawCancel{false}, calledLate{false};
+  {
+    BatchModel model(main, pool, [&](const auto&, const auto&, const std::function<bool()>& isCancelled) {
+      if (gone) calledLate = true;
+      ++calls;
+      while (!isCancelled()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      sawCancel = true;
+      throw BatchCancelled();
+      return true;
+    });
+    BatchEngine::Config config;
+    config.outputFolder = dir / "out";
+    model.start(dir.path(), config);
+    while (calls.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  gone = true;
+  EXPECT_TRUE(sawCancel.load()) << "the destructor returns after the file in progress stopped";
+  const int callsAtDestruction = calls.load();
+  pool.waitIdle();
+  main.runReady();
+  EXPECT_EQ(calls.load(), callsAtDestruction);
+  EXPECT_FALSE(calledLate.load());
 }
 
 TEST(BatchModel, CancelStopsBetweenFilesAndDropsLateResults) {
   TempDir dir;
   for (int i = 0; i < 20; ++i) touch(dir / ("f" + std::to_string(10 + i) + ".png"));
   ManualExecutor main(SystemClock::shared());
+  ThreadPool pool("vg.test.batch", 2);
   std::atomic<int> started{0};
-  BatchModel model(main, [&](const auto&, const auto&, const std::function<bool()>& isCancelled) {
+  BatchModel model(main, pool, [&](const auto&, const auto&, const std::function<bool()>& isCancelled) {
     ++started;
     for (int i = 0; i < 200 && !isCancelled(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (isCancelled()) throw BatchCancelled();
