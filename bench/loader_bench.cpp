@@ -48,13 +48,17 @@ std::vector<uint8_t> readAll(const std::filesystem::path& p) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// The 24 MP camera JPEG's bytes, or false (the benchmark skipped) without it.
-bool cameraJpegBytes(benchmark::State& state, std::vector<uint8_t>& bytes) {
+// The 24 MP camera JPEG, or empty (the benchmark skipped) without it.
+std::filesystem::path cameraJpegOrSkip(benchmark::State& state) {
   auto path = cameraJpeg();
-  if (path.empty()) {
-    state.SkipWithError("shared test set not found");
-    return false;
-  }
+  if (path.empty()) state.SkipWithError("shared test set not found");
+  return path;
+}
+
+// Its bytes, or false (the benchmark skipped) without it.
+bool cameraJpegBytes(benchmark::State& state, std::vector<uint8_t>& bytes) {
+  auto path = cameraJpegOrSkip(state);
+  if (path.empty()) return false;
   bytes = readAll(path);
   return true;
 }
@@ -101,11 +105,8 @@ void Djpeg24MP(benchmark::State& state) {
 BENCHMARK(Djpeg24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 void LoadJpeg24MP(benchmark::State& state) {
-  auto path = cameraJpeg();
-  if (path.empty()) {
-    state.SkipWithError("shared test set not found");
-    return;
-  }
+  auto path = cameraJpegOrSkip(state);
+  if (path.empty()) return;
   for (auto _ : state) {
     auto loaded = vg::ImageLoader::load(path);
     benchmark::DoNotOptimize(loaded.image.get());
@@ -130,11 +131,8 @@ void DownscalePreview24MP(benchmark::State& state) {
 BENCHMARK(DownscalePreview24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 void PreviewJpeg24MP(benchmark::State& state) {
-  auto path = cameraJpeg();
-  if (path.empty()) {
-    state.SkipWithError("shared test set not found");
-    return;
-  }
+  auto path = cameraJpegOrSkip(state);
+  if (path.empty()) return;
   for (auto _ : state) {
     auto loaded = vg::ImageLoader::loadPreview(path, vg::ImageLoader::kPreviewMaxDimension);
     benchmark::DoNotOptimize(loaded.image.get());
@@ -143,11 +141,8 @@ void PreviewJpeg24MP(benchmark::State& state) {
 BENCHMARK(PreviewJpeg24MP)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 void PreviewByFullLoad24MP(benchmark::State& state) {
-  auto path = cameraJpeg();
-  if (path.empty()) {
-    state.SkipWithError("shared test set not found");
-    return;
-  }
+  auto path = cameraJpegOrSkip(state);
+  if (path.empty()) return;
   for (auto _ : state) {
     auto loaded = vg::ImageLoader::load(path);
     auto preview = vg::ImageLoader::downscaled(loaded.image, vg::ImageLoader::kPreviewMaxDimension);
