@@ -9,10 +9,12 @@
 // slider scale (mostly -100...100 or 0...100, exposure in stops); the render
 // pipeline does its own scaling.
 //
-// The 28 scalar sliders of GlobalAdjustments are described once, in one
-// shared table (`scalarFields()`: 25 labelled entries, then 3 unlabelled),
-// which drives JSON decoding, range clamping, interpolation and the label
-// lookup used to name a changed field. Nothing else lists those fields.
+// The plain fields of every record here are described once, in its field
+// table (model/field_table.h): key, range, default, step, caption and label.
+// The tables drive JSON decoding and encoding, range clamping, hashing,
+// interpolation, the label lookup used to name a changed field and the
+// inspector panels. The 28 scalar sliders of GlobalAdjustments keep a fixed
+// row order: 25 labelled rows, then 3 unlabelled ones.
 #pragma once
 
 #include <array>
@@ -23,6 +25,7 @@
 #include <string_view>
 #include <vector>
 
+#include "model/field_table.h"
 #include "model/hashing.h"
 
 namespace vg {
@@ -70,6 +73,15 @@ struct CurveSet {
 
 enum class HSLBandKind { red, orange, yellow, green, aqua, blue, purple, magenta };
 inline constexpr std::size_t kHSLBandCount = 8;
+
+// A band's key (its case name) and the Chinese name of its colour.
+struct HSLBandName {
+  HSLBandKind kind;
+  std::string_view key;
+  std::string_view title;
+};
+// The eight bands in HSLBandKind order.
+std::span<const HSLBandName> hslBandNames();
 std::string_view hslBandKey(HSLBandKind k);
 
 // Per-band shifts, each -100...100.
@@ -142,32 +154,26 @@ struct GlobalAdjustments {
   bool operator==(const GlobalAdjustments&) const = default;
 };
 
-// One scalar slider of GlobalAdjustments: its JSON key, where it lives, the
-// range decoding keeps it in, its default, and the user-visible label of its
-// group (empty for the unlabelled fields).
-struct ScalarField {
-  std::string_view key;
-  double GlobalAdjustments::*member;
-  double min;
-  double max;
-  double defaultValue;
-  std::string_view label;
-
-  bool labelled() const { return !label.empty(); }
-};
+// One scalar slider of GlobalAdjustments.
+using ScalarField = NumberField<GlobalAdjustments>;
 
 inline constexpr std::size_t kLabelledFieldCount = 25;
 inline constexpr std::size_t kUnlabelledFieldCount = 3;
 
-// All 28 scalar fields: the 25 labelled ones in their fixed order, then the
-// 3 unlabelled ones. Built once, on first use; thread-safe.
-std::span<const ScalarField> scalarFields();
+// The 28 scalar sliders (the 25 labelled ones in their fixed order, then the
+// 3 unlabelled ones) and the monochrome switch.
+const FieldTable<GlobalAdjustments>& adjustmentFields();
+std::span<const ScalarField> scalarFields();      // adjustmentFields().numbers()
 std::span<const ScalarField> labelledFields();    // the first 25
 std::span<const ScalarField> unlabelledFields();  // the last 3
 const ScalarField* findScalarField(std::string_view key);
 // The label of a labelled scalar field ("曝光" for "exposure"); nullopt for
 // unlabelled or unknown keys.
 std::optional<std::string_view> labelForKey(std::string_view key);
+
+// hue, saturation, luminance of one band.
+const FieldTable<HSLBand>& hslBandFields();
+const FieldTable<SplitToning>& splitToningFields();
 
 // A blend from a towards b: a at t = 0, b at t = 1. Scalars are linear and not
 // clamped; monochrome switches at t = 0.5; curves are blended through their
@@ -215,6 +221,18 @@ struct CropSettings {
   bool operator==(const CropSettings&) const = default;
 };
 
+inline constexpr double kMinAspectLock = 0.001;
+inline constexpr double kMaxAspectLock = 1000;
+
+// exposure, shadowBoost, noiseReduction, decoderVersion, gamutMapping.
+const FieldTable<RAWDevelopSettings>& rawDevelopFields();
+// All four fields.
+const FieldTable<LensCorrectionSettings>& lensCorrectionFields();
+// angle and the two flips; quarterTurn (two lowest bits kept), aspectLock
+// (kMinAspectLock...kMaxAspectLock, else absent) and rect (cut to the unit
+// square) have repairs of their own.
+const FieldTable<CropSettings>& cropFields();
+
 // A .cube file from the LUT library applied at a strength.
 struct AppliedLUT {
   std::string filename;  // a bare file name inside the LUT folder, never a path
@@ -222,6 +240,9 @@ struct AppliedLUT {
   double strength = 100; // percent, 0...100
   bool operator==(const AppliedLUT&) const = default;
 };
+
+// filename, name, strength.
+const FieldTable<AppliedLUT>& appliedLUTFields();
 
 // ---- Hashing ----------------------------------------------------------------------
 

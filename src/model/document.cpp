@@ -2,6 +2,12 @@
 
 namespace vg {
 
+const FieldTable<EditDocument>& documentFields() {
+  static const FieldTable<EditDocument> table(
+      {{"filterStrength", &EditDocument::filterStrength, 0, 100, 100, 1, "强度", "滤镜"}});
+  return table;
+}
+
 EditDocument::RenderSignature renderSignature(const EditDocument& doc) {
   EditDocument::RenderSignature s;
   s.adjustments = doc.adjustments;
@@ -37,7 +43,7 @@ void hashAppend(Hasher& h, const EditDocument& v) {
   hashAppend(h, v.redEyes);
   h.addBool(v.filterID.has_value());
   if (v.filterID) h.addString(*v.filterID);
-  h.addDouble(v.filterStrength);
+  hashFields(h, documentFields(), v);  // filterStrength
   hashAppend(h, v.preFilterAdjustments);
   hashAppend(h, v.coordinateSpace);
   h.addInt(v.schemaVersion);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "model/adjustments.h"
+#include "model/field_table.h"
 #include "model/hashing.h"
 #include "model/masks.h"
 
@@ -60,6 +61,9 @@ struct EditDocument {
 
   bool operator==(const EditDocument&) const = default;
 };
+
+// The document's own plain field: filterStrength.
+const FieldTable<EditDocument>& documentFields();
 
 EditDocument::RenderSignature renderSignature(const EditDocument& doc);
 

@@ -26,6 +26,16 @@ double lerpHue(double a, double b, double t) {
   return std::fmod(a + t * (std::fmod(b - a + 540, 360) - 180) + 360, 360);
 }
 
+// Every tabled number of r blended from a towards b: linearly, hues along the
+// shorter arc; no clamping afterwards.
+template <class Record>
+void lerpFields(const FieldTable<Record>& table, const Record& a, const Record& b, double t,
+                Record& r) {
+  for (const auto& f : table.numbers()) {
+    r.*f.member = f.hue ? lerpHue(a.*f.member, b.*f.member, t) : lerp(a.*f.member, b.*f.member, t);
+  }
+}
+
 }  // namespace
 
 ToneCurve interpolate(const ToneCurve& a, const ToneCurve& b, double t) {
@@ -51,7 +61,7 @@ ToneCurve interpolate(const ToneCurve& a, const ToneCurve& b, double t) {
 
 GlobalAdjustments interpolate(const GlobalAdjustments& a, const GlobalAdjustments& b, double t) {
   GlobalAdjustments r = a;
-  for (const ScalarField& f : scalarFields()) r.*f.member = lerp(a.*f.member, b.*f.member, t);
+  lerpFields(adjustmentFields(), a, b, t, r);
   r.monochrome = t < 0.5 ? a.monochrome : b.monochrome;
 
   for (CurveChannel c : kCurveChannels) r.curves[c] = interpolate(a.curves[c], b.curves[c], t);
@@ -59,18 +69,11 @@ GlobalAdjustments interpolate(const GlobalAdjustments& a, const GlobalAdjustment
   const std::size_t bands = std::min(a.hsl.bands.size(), b.hsl.bands.size());
   r.hsl.bands.resize(bands);
   for (std::size_t i = 0; i < bands; ++i) {
-    const HSLBand &ba = a.hsl.bands[i], &bb = b.hsl.bands[i];
-    r.hsl.bands[i] = {lerp(ba.hue, bb.hue, t), lerp(ba.saturation, bb.saturation, t),
-                      lerp(ba.luminance, bb.luminance, t)};
+    lerpFields(hslBandFields(), a.hsl.bands[i], b.hsl.bands[i], t, r.hsl.bands[i]);
   }
   r.hsl.normalize();
 
-  const SplitToning &sa = a.splitToning, &sb = b.splitToning;
-  r.splitToning.highlightHue = lerpHue(sa.highlightHue, sb.highlightHue, t);
-  r.splitToning.highlightSaturation = lerp(sa.highlightSaturation, sb.highlightSaturation, t);
-  r.splitToning.shadowHue = lerpHue(sa.shadowHue, sb.shadowHue, t);
-  r.splitToning.shadowSaturation = lerp(sa.shadowSaturation, sb.shadowSaturation, t);
-  r.splitToning.balance = lerp(sa.balance, sb.balance, t);
+  lerpFields(splitToningFields(), a.splitToning, b.splitToning, t, r.splitToning);
   return r;
 }
 

@@ -46,8 +46,7 @@ std::optional<CurveSet> decodeCurveSet(const Json& v) {
 
 std::optional<HSLBand> decodeHSLBand(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  return HSLBand{readClamped(v, "hue", -100, 100, 0), readClamped(v, "saturation", -100, 100, 0),
-                 readClamped(v, "luminance", -100, 100, 0)};
+  return readFields(v, hslBandFields());
 }
 
 std::optional<HSLAdjustments> decodeHSLAdjustments(const Json& v) {
@@ -68,30 +67,15 @@ std::optional<HSLAdjustments> decodeHSLAdjustments(const Json& v) {
 
 std::optional<SplitToning> decodeSplitToning(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  SplitToning s;
-  s.highlightHue = readClamped(v, "highlightHue", 0, 360, 0);
-  s.highlightSaturation = readClamped(v, "highlightSaturation", 0, 100, 0);
-  s.shadowHue = readClamped(v, "shadowHue", 0, 360, 0);
-  s.shadowSaturation = readClamped(v, "shadowSaturation", 0, 100, 0);
-  s.balance = readClamped(v, "balance", -100, 100, 0);
-  return s;
+  return readFields(v, splitToningFields());
 }
 
 // ---- Global adjustments -----------------------------------------------------------
 
 std::optional<GlobalAdjustments> decodeGlobalAdjustments(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  GlobalAdjustments a;
-  // Both tables in order: store what decodes as a number, then bring every
-  // value into its range (non-finite values back to their defaults).
-  for (const ScalarField& f : scalarFields()) {
-    const std::string key(f.key);
-    if (auto n = readNumber(v, key.c_str())) a.*f.member = *n;
-  }
-  for (const ScalarField& f : scalarFields()) {
-    a.*f.member = clampField(a.*f.member, f.min, f.max, f.defaultValue);
-  }
-  a.monochrome = readBool(v, "monochrome").value_or(false);
+  // The sliders in row order, each brought into its range, and monochrome.
+  GlobalAdjustments a = readFields(v, adjustmentFields());
   if (const Json* m = member(v, "curves")) a.curves = decodeCurveSet(*m).value_or(CurveSet{});
   if (const Json* m = member(v, "hsl")) a.hsl = decodeHSLAdjustments(*m).value_or(HSLAdjustments{});
   if (const Json* m = member(v, "splitToning")) {
@@ -104,23 +88,12 @@ std::optional<GlobalAdjustments> decodeGlobalAdjustments(const Json& v) {
 
 std::optional<RAWDevelopSettings> decodeRAWDevelopSettings(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  RAWDevelopSettings r;
-  r.exposure = readClamped(v, "exposure", -2, 2, 0);
-  r.shadowBoost = readClamped(v, "shadowBoost", 0, 100, 0);
-  r.noiseReduction = readClamped(v, "noiseReduction", 0, 100, 100);
-  r.decoderVersion = readString(v, "decoderVersion").value_or("");
-  r.gamutMapping = readBool(v, "gamutMapping").value_or(true);
-  return r;
+  return readFields(v, rawDevelopFields());
 }
 
 std::optional<LensCorrectionSettings> decodeLensCorrectionSettings(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  LensCorrectionSettings l;
-  l.distortion = readClamped(v, "distortion", -100, 100, 0);
-  l.vignette = readClamped(v, "vignette", 0, 100, 0);
-  l.vignetteMidpoint = readClamped(v, "vignetteMidpoint", 0, 100, 50);
-  l.vignetteFeather = readClamped(v, "vignetteFeather", 0, 100, 50);
-  return l;
+  return readFields(v, lensCorrectionFields());
 }
 
 namespace {
@@ -170,19 +143,16 @@ std::optional<NormalizedRect> clipToUnitSquare(const NormalizedRect& r) {
 
 std::optional<CropSettings> decodeCropSettings(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  CropSettings c;
-  c.angle = readClamped(v, "angle", -45, 45, 0);
+  CropSettings c = readFields(v, cropFields());  // angle and the flips
   // Two lowest bits: -1 turn is 3 turns, 5 turns is 1.
   c.quarterTurn = static_cast<int>(readInteger(v, "quarterTurn").value_or(0) & 3);
   if (auto lock = readNumber(v, "aspectLock");
-      lock && std::isfinite(*lock) && *lock >= 0.001 && *lock <= 1000) {
+      lock && std::isfinite(*lock) && *lock >= kMinAspectLock && *lock <= kMaxAspectLock) {
     c.aspectLock = *lock;
   }
   if (const Json* m = member(v, "rect")) {
     if (auto r = readRect(*m)) c.rect = clipToUnitSquare(*r);
   }
-  c.flipHorizontal = readBool(v, "flipHorizontal").value_or(false);
-  c.flipVertical = readBool(v, "flipVertical").value_or(false);
   return c;
 }
 
@@ -196,14 +166,23 @@ std::string bareLUTFileName(std::string_view stored) {
 
 std::optional<AppliedLUT> decodeAppliedLUT(const Json& v) {
   if (!v.is_object()) return std::nullopt;
-  AppliedLUT lut;
-  lut.filename = bareLUTFileName(readString(v, "filename").value_or(""));
-  lut.name = readString(v, "name").value_or("");
-  lut.strength = readClamped(v, "strength", 0, 100, 100);
+  AppliedLUT lut = readFields(v, appliedLUTFields());
+  lut.filename = bareLUTFileName(lut.filename);
   return lut;
 }
 
 // ---- Encoding ------------------------------------------------------------------------
+
+namespace {
+
+template <class Record>
+OJson fieldsJson(const FieldTable<Record>& table, const Record& r) {
+  OJson o = OJson::object();
+  writeFields(o, table, r);
+  return o;
+}
+
+}  // namespace
 
 OJson toJson(const CurvePoint& v) { return OJson{{"x", v.x}, {"y", v.y}}; }
 
@@ -221,9 +200,7 @@ OJson toJson(const CurveSet& v) {
   return o;
 }
 
-OJson toJson(const HSLBand& v) {
-  return OJson{{"hue", v.hue}, {"saturation", v.saturation}, {"luminance", v.luminance}};
-}
+OJson toJson(const HSLBand& v) { return fieldsJson(hslBandFields(), v); }
 
 OJson toJson(const HSLAdjustments& v) {
   OJson bands = OJson::array();
@@ -233,54 +210,22 @@ OJson toJson(const HSLAdjustments& v) {
   return o;
 }
 
-OJson toJson(const SplitToning& v) {
-  return OJson{{"highlightHue", v.highlightHue},
-               {"highlightSaturation", v.highlightSaturation},
-               {"shadowHue", v.shadowHue},
-               {"shadowSaturation", v.shadowSaturation},
-               {"balance", v.balance}};
-}
+OJson toJson(const SplitToning& v) { return fieldsJson(splitToningFields(), v); }
 
 OJson toJson(const GlobalAdjustments& v) {
-  // Declaration order, which differs from the table order; the scalar values
-  // still come through the table.
-  static constexpr std::string_view kOrder[] = {
-      "exposure",      "contrast",       "highlights",      "shadows",         "whites",
-      "blacks",        "temperature",    "tint",            "saturation",      "vibrance",
-      "monochrome",    "monochromeRed",  "monochromeGreen", "monochromeBlue",  "texture",
-      "clarity",       "dehaze",         "sharpen",         "denoise",         "colorDenoise",
-      "defringe",      "sharpenRadius",  "sharpenDetail",   "sharpenMasking",  "vignetteAmount",
-      "vignetteMidpoint", "vignetteFeather", "grainAmount", "grainSize"};
-  OJson o = OJson::object();
-  for (std::string_view key : kOrder) {
-    if (key == "monochrome") {
-      o["monochrome"] = v.monochrome;
-    } else {
-      o[std::string(key)] = v.*findScalarField(key)->member;
-    }
-  }
+  OJson o = fieldsJson(adjustmentFields(), v);  // sliders and monochrome, in field order
   o["curves"] = toJson(v.curves);
   o["hsl"] = toJson(v.hsl);
   o["splitToning"] = toJson(v.splitToning);
   return o;
 }
 
-OJson toJson(const RAWDevelopSettings& v) {
-  return OJson{{"exposure", v.exposure},
-               {"shadowBoost", v.shadowBoost},
-               {"noiseReduction", v.noiseReduction},
-               {"decoderVersion", v.decoderVersion},
-               {"gamutMapping", v.gamutMapping}};
-}
+OJson toJson(const RAWDevelopSettings& v) { return fieldsJson(rawDevelopFields(), v); }
 
-OJson toJson(const LensCorrectionSettings& v) {
-  return OJson{{"distortion", v.distortion},
-               {"vignette", v.vignette},
-               {"vignetteMidpoint", v.vignetteMidpoint},
-               {"vignetteFeather", v.vignetteFeather}};
-}
+OJson toJson(const LensCorrectionSettings& v) { return fieldsJson(lensCorrectionFields(), v); }
 
 OJson toJson(const CropSettings& v) {
+  // Field order: angle, quarterTurn, aspectLock, rect, then the flips.
   OJson o = OJson::object();
   o["angle"] = v.angle;
   o["quarterTurn"] = v.quarterTurn;
@@ -294,8 +239,6 @@ OJson toJson(const CropSettings& v) {
   return o;
 }
 
-OJson toJson(const AppliedLUT& v) {
-  return OJson{{"filename", v.filename}, {"name", v.name}, {"strength", v.strength}};
-}
+OJson toJson(const AppliedLUT& v) { return fieldsJson(appliedLUTFields(), v); }
 
 }  // namespace vg

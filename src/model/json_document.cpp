@@ -49,7 +49,7 @@ std::optional<EditDocument> decodeEditDocument(const Json& v) {
   d.heals = readList<HealStroke>(v, "heals", [](const Json& e) { return decodeHealStroke(e); });
   d.redEyes = readList<RedEyeSpot>(v, "redEyes", [](const Json& e) { return decodeRedEyeSpot(e); });
   d.filterID = readString(v, "filterID");
-  d.filterStrength = readClamped(v, "filterStrength", 0, 100, 100);
+  readFields(v, documentFields(), d);  // filterStrength
   if (const Json* m = member(v, "preFilterAdjustments")) {
     d.preFilterAdjustments = decodeGlobalAdjustments(*m);
   }

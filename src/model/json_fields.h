@@ -11,6 +11,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+
+#include "model/field_table.h"
 
 namespace vg::jsonfields {
 
@@ -18,7 +21,7 @@ using Json = nlohmann::json;
 
 // The value under key, or nullptr when obj is not an object, the key is
 // absent or its value is null.
-inline const Json* member(const Json& obj, const char* key) {
+inline const Json* member(const Json& obj, std::string_view key) {
   if (!obj.is_object()) return nullptr;
   auto it = obj.find(key);
   if (it == obj.end() || it->is_null()) return nullptr;
@@ -50,45 +53,66 @@ inline std::optional<std::int64_t> asInteger(const Json& v) {
   return std::nullopt;
 }
 
-inline std::optional<double> readNumber(const Json& obj, const char* key) {
+inline std::optional<double> readNumber(const Json& obj, std::string_view key) {
   const Json* m = member(obj, key);
   return m ? asNumber(*m) : std::nullopt;
 }
 
-inline std::optional<std::int64_t> readInteger(const Json& obj, const char* key) {
+inline std::optional<std::int64_t> readInteger(const Json& obj, std::string_view key) {
   const Json* m = member(obj, key);
   return m ? asInteger(*m) : std::nullopt;
 }
 
-inline std::optional<bool> readBool(const Json& obj, const char* key) {
+inline std::optional<bool> readBool(const Json& obj, std::string_view key) {
   const Json* m = member(obj, key);
   if (!m || !m->is_boolean()) return std::nullopt;
   return m->get<bool>();
 }
 
-inline std::optional<std::string> readString(const Json& obj, const char* key) {
+inline std::optional<std::string> readString(const Json& obj, std::string_view key) {
   const Json* m = member(obj, key);
   if (!m || !m->is_string()) return std::nullopt;
   return m->get<std::string>();
 }
 
-// Non-finite values take the default; then a value <= lo becomes lo and a
-// value > hi becomes hi (so -0 at a lower bound of 0 becomes +0).
-inline double clampField(double v, double lo, double hi, double fallback) {
-  if (!std::isfinite(v)) return fallback;
-  if (v <= lo) return lo;
-  if (v > hi) return hi;
-  return v;
+// Read, default, clamp: a ranged number field outside any table.
+inline double readClamped(const Json& obj, std::string_view key, double lo, double hi,
+                          double fallback) {
+  return clampToRange(readNumber(obj, key).value_or(fallback), lo, hi, fallback);
 }
 
-// Read, default, clamp: the common case of a ranged number field.
-inline double readClamped(const Json& obj, const char* key, double lo, double hi,
-                          double fallback) {
-  return clampField(readNumber(obj, key).value_or(fallback), lo, hi, fallback);
+// Every tabled field of r from obj: a value that decodes as the field's type
+// is stored, anything else gives the field's default; numbers are then
+// clamped into their ranges (non-finite ones back to their defaults).
+template <class Record>
+void readFields(const Json& obj, const FieldTable<Record>& table, Record& r) {
+  for (const auto& f : table.numbers()) {
+    r.*f.member = f.clamp(readNumber(obj, f.key).value_or(f.defaultValue));
+  }
+  for (const auto& f : table.switches()) {
+    r.*f.member = readBool(obj, f.key).value_or(f.defaultValue);
+  }
+  for (const auto& f : table.texts()) r.*f.member = readString(obj, f.key).value_or("");
+}
+
+// A default record with its tabled fields read from obj.
+template <class Record>
+Record readFields(const Json& obj, const FieldTable<Record>& table) {
+  Record r{};
+  readFields(obj, table, r);
+  return r;
+}
+
+// Every tabled field of r into o, in declaration order.
+template <class Record>
+void writeFields(nlohmann::ordered_json& o, const FieldTable<Record>& table, const Record& r) {
+  for (const auto& field : table.declared()) {
+    std::visit([&](const auto* f) { o[std::string(f->key)] = r.*f->member; }, field);
+  }
 }
 
 // A number field without a range: only non-finite values are repaired.
-inline double readFinite(const Json& obj, const char* key, double fallback) {
+inline double readFinite(const Json& obj, std::string_view key, double fallback) {
   const double v = readNumber(obj, key).value_or(fallback);
   return std::isfinite(v) ? v : fallback;
 }

@@ -20,7 +20,7 @@ constexpr double kMaxStrokeCoordinate = 1'000'000;
 Point readPoint(const Json& obj, const char* key, Point fallback, double lo, double hi) {
   Point p = fallback;
   if (const Json* m = member(obj, key)) p = decodePoint(*m).value_or(fallback);
-  return {clampField(p.x, lo, hi, fallback.x), clampField(p.y, lo, hi, fallback.y)};
+  return {clampToRange(p.x, lo, hi, fallback.x), clampToRange(p.y, lo, hi, fallback.y)};
 }
 
 // Floating-point remainder by 360, keeping the sign: 370 -> 10, -30 -> -30.

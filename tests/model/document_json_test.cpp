@@ -36,18 +36,6 @@ TEST(DocumentJson, OnlyANonObjectTopLevelFails) {
   EXPECT_TRUE(decodeEditDocument(std::string_view(" {\"unknown\": [1, 2]} ")));
 }
 
-TEST(DocumentJson, FilterStrengthIsClampedAndDefaultsTo100) {
-  EXPECT_EQ(decode(R"({"filterStrength": 250})").filterStrength, 100);
-  EXPECT_EQ(decode(R"({"filterStrength": -3})").filterStrength, 0);
-  EXPECT_EQ(decode(R"({"filterStrength": "50"})").filterStrength, 100);
-  EXPECT_EQ(decode(R"({"filterStrength": null})").filterStrength, 100);
-  EXPECT_EQ(decode(R"({"filterStrength": 37.5})").filterStrength, 37.5);
-  // Non-finite numbers cannot be spelled in JSON text but can reach the
-  // decoder through a JSON value built in code.
-  const json inf = {{"filterStrength", std::numeric_limits<double>::infinity()}};
-  EXPECT_EQ(decodeEditDocument(inf)->filterStrength, 100);
-}
-
 TEST(DocumentJson, OneBadFieldLeavesTheRestIntact) {
   const EditDocument doc = decode(
       R"({"masks": 5, "heals": {}, "redEyes": "no", "crop": [], "raw": 1,
