@@ -36,7 +36,14 @@ HWY_INLINE void Unroll(F&& f) {
 // sanitizers, whose instrumentation of the unrolled loops takes minutes to
 // compile, only the smallest are; the others take plain loops with the same
 // arithmetic, Fn<0>.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// GCC announces a sanitizer with __SANITIZE_*__, clang 14 only through
+// __has_feature.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VG_BLUR_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VG_BLUR_SANITIZED)
 constexpr int kMaxUnrolled = 3;
 #else
 constexpr int kMaxUnrolled = 24;
