@@ -20,39 +20,37 @@ constexpr std::uint8_t kSubjectPresence = 128;
 
 bool cancelled(const AsyncCancelToken* token) { return token && token->isCancelled(); }
 
+struct KindTexts {
+  AutoMaskSource kind;
+  std::string_view failure;    // the toast of a failed run
+  std::string_view layerName;  // the new mask layer's name
+};
+constexpr KindTexts kKindTexts[] = {
+    {AutoMaskSource::magicWand, "魔棒选区生成失败", "魔棒选区"},
+    {AutoMaskSource::subject, "主体分割失败", "主体蒙版"},
+    {AutoMaskSource::sky, "天空检测失败", "天空蒙版"},
+    {AutoMaskSource::background, "背景分割失败", "背景蒙版"},
+};
+
+const KindTexts& textsOf(AutoMaskSource kind) {
+  for (const KindTexts& t : kKindTexts)
+    if (t.kind == kind) return t;
+  return kKindTexts[0];
+}
+
 }  // namespace
 
 AutoMaskError::AutoMaskError(Code code) : std::runtime_error(std::string(message(code))), code_(code) {}
 
 std::string_view AutoMaskError::message(Code code) {
-  switch (code) {
-    case Code::invalidImage: return "图像无效";
-    case Code::renderFailed: return "渲染失败";
-    case Code::noResult: return "未检测到可分割的区域";
-    case Code::decompressFailed: return "蒙版数据损坏";
-  }
-  return "图像无效";
+  // In the order of the codes.
+  static constexpr std::string_view kMessages[] = {"图像无效", "渲染失败", "未检测到可分割的区域", "蒙版数据损坏"};
+  return kMessages[std::size_t(code)];
 }
 
-std::string_view autoMaskFailureText(AutoMaskSource kind) {
-  switch (kind) {
-    case AutoMaskSource::subject: return "主体分割失败";
-    case AutoMaskSource::sky: return "天空检测失败";
-    case AutoMaskSource::background: return "背景分割失败";
-    case AutoMaskSource::magicWand: return "魔棒选区生成失败";
-  }
-  return "魔棒选区生成失败";
-}
+std::string_view autoMaskFailureText(AutoMaskSource kind) { return textsOf(kind).failure; }
 
-std::string_view autoMaskLayerName(AutoMaskSource kind) {
-  switch (kind) {
-    case AutoMaskSource::subject: return "主体蒙版";
-    case AutoMaskSource::sky: return "天空蒙版";
-    case AutoMaskSource::background: return "背景蒙版";
-    case AutoMaskSource::magicWand: return "魔棒选区";
-  }
-  return "魔棒选区";
-}
+std::string_view autoMaskLayerName(AutoMaskSource kind) { return textsOf(kind).layerName; }
 
 AutoMaskGenerator::AutoMaskGenerator(std::shared_ptr<SubjectSegmenter> segmenter) : segmenter_(std::move(segmenter)) {}
 
