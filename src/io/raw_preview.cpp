@@ -64,6 +64,12 @@ int orientationOfFlip(int flip) {
   return flip >= 0 && flip < 8 ? kOrientation[flip] : 1;
 }
 
+std::optional<Image> rawEmbeddedPreview(std::span<const uint8_t> bytes, double minLongSide) {
+  LibRawPtr raw = openRaw(bytes);
+  if (!raw) return std::nullopt;
+  return embeddedPreview(*raw, minLongSide);
+}
+
 RawPreview previewRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings& settings,
                       std::string_view fileName, double maxDimension) {
   LibRawPtr raw = openRaw(bytes);

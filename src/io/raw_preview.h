@@ -28,6 +28,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -50,5 +51,11 @@ RawPreview previewRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings& 
 
 // The EXIF orientation (1-8) of a LibRaw flip code.
 int orientationOfFlip(int flip);
+
+// The camera's embedded preview alone, upright, in the working space, as
+// step 1 decodes it (a JPEG at the smallest DCT scale that still reaches
+// minLongSide, 0 for full size), whatever its size or shape; nothing when
+// the file has none we can read or LibRaw cannot open it.
+std::optional<Image> rawEmbeddedPreview(std::span<const uint8_t> bytes, double minLongSide = 0);
 
 }  // namespace vg
