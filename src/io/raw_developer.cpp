@@ -10,6 +10,7 @@
 
 #include "io/libraw_file.h"
 #include "io/load_error.h"
+#include "io/raw_tone.h"
 #include "model/log.h"
 
 namespace vg {
@@ -53,24 +54,38 @@ inline void mapIntoGamut(float& r, float& g, float& b) {
   b = y + (b - y) * t;
 }
 
+// The file's DNG BaselineExposure in EV, 0 when it has none. LibRaw 0.20
+// reads the tag but marks its absence with -999, not with its parsedfields
+// bit.
+double baselineExposureOf(const LibRaw& raw) {
+  if (!raw.imgdata.idata.dng_version) return 0;
+  const float v = raw.imgdata.color.dng_levels.baseline_exposure;
+  return std::isfinite(v) && v > -999.0f ? double(v) : 0.0;
+}
+
 }  // namespace
 
-float shadowLift(float x, float b) {
+float shadowLift(float x, float b, float knee) {
   if (b == 1.0f || !(x > 0.0f)) return x;
-  float t = std::min(x / 0.5f, 1.0f);
+  float t = std::min(x / knee, 1.0f);
   float s = t * t * (3.0f - 2.0f * t);
   return x * (1.0f + (b - 1.0f) * (1.0f - s));
 }
 
-RawProcessing rawProcessingFor(const RAWDevelopSettings& settings, bool bayer) {
+RawProcessing rawProcessingFor(const RAWDevelopSettings& settings, bool bayer, double baselineExposure) {
   RawProcessing p;
   p.preset = &newestRawPreset();
-  if (bayer && !settings.decoderVersion.empty()) {
-    if (const RawPreset* chosen = findRawPreset(settings.decoderVersion)) p.preset = chosen;
+  if (const RawPreset* chosen = findRawPreset(settings.decoderVersion)) {
+    p.preset = bayer ? chosen : &firstRawPresetOf(chosen->generation);
   }
   double ev = std::isfinite(settings.exposure) ? std::clamp(settings.exposure, -2.0, 2.0) : 0.0;
-  p.exposureShift = float(std::exp2(float(ev)));
-  p.highlightPreserve = p.exposureShift > 1.0f ? 0.8f : 0.0f;
+  if (p.preset->generation == 1) {
+    p.exposureShift = float(std::exp2(float(ev)));
+    p.highlightPreserve = p.exposureShift > 1.0f ? 0.8f : 0.0f;
+  } else {
+    double baseline = std::isfinite(baselineExposure) ? std::clamp(baselineExposure, -4.0, 4.0) : 0.0;
+    p.toneGain = std::exp2(baseline + ev);
+  }
   double boost = std::isfinite(settings.shadowBoost) ? std::clamp(settings.shadowBoost, 0.0, 100.0) : 0.0;
   p.boostAmount = float(boost / 100.0 + 1.0);
   double nr = std::isfinite(settings.noiseReduction) ? settings.noiseReduction : 100.0;
@@ -100,7 +115,8 @@ DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings
   auto raw = openRaw(bytes);
   if (!raw) throw ImageLoadError::make(ImageLoadError::kRawDecoderUnavailable, fileName);
 
-  const RawProcessing p = rawProcessingFor(settings, isBayer(*raw));
+  const RawProcessing p = rawProcessingFor(settings, isBayer(*raw), baselineExposureOf(*raw));
+  const bool toned = p.preset->generation >= 2;
   auto& params = raw->imgdata.params;
   params.output_bps = 16;
   params.output_color = 4;  // ProPhoto: keeps colours outside sRGB
@@ -113,7 +129,7 @@ DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings
   params.dcb_iterations = p.preset->dcbIterations;
   params.dcb_enhance_fl = p.preset->dcbEnhance ? 1 : 0;
   params.highlight = p.highlightMode;
-  params.exp_correc = 1;
+  params.exp_correc = toned ? 0 : 1;
   params.exp_shift = p.exposureShift;
   params.exp_preser = p.highlightPreserve;
   if (p.noiseReductionSet) {
@@ -150,6 +166,7 @@ DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings
     throw ImageLoadError::make(ImageLoadError::kRawDecodeFailed, fileName);
   }
   const auto m = proPhotoToSrgb();
+  const RawTone tone(p.toneGain, p.boostAmount);
   const int colors = out->colors;
   const int width = out->width;
   const auto* pixels = reinterpret_cast<const uint16_t*>(out->data);
@@ -165,9 +182,15 @@ DevelopedRaw developRaw(std::span<const uint8_t> bytes, const RAWDevelopSettings
         float b = m[6] * pr + m[7] * pg + m[8] * pb;
         if (colors == 1) r = g = b = pr;
         if (p.mapGamut) mapIntoGamut(r, g, b);
-        d[0] = shadowLift(r, p.boostAmount);
-        d[1] = shadowLift(g, p.boostAmount);
-        d[2] = shadowLift(b, p.boostAmount);
+        if (toned) {
+          d[0] = tone(r);
+          d[1] = tone(g);
+          d[2] = tone(b);
+        } else {
+          d[0] = shadowLift(r, p.boostAmount);
+          d[1] = shadowLift(g, p.boostAmount);
+          d[2] = shadowLift(b, p.boostAmount);
+        }
         d[3] = 1.0f;
       }
     }

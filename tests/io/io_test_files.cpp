@@ -105,7 +105,8 @@ std::vector<uint8_t> makeRgbProfile(const double p[6], double gamma, const std::
 }
 
 void writeDng(const std::filesystem::path& path, int width, int height,
-              const std::function<uint16_t(int, int)>& mosaicValue, int orientation, bool deflate) {
+              const std::function<uint16_t(int, int)>& mosaicValue, int orientation, bool deflate,
+              std::optional<double> baselineExposure) {
   TIFF* tif = TIFFOpen(path.c_str(), "w");
   if (!tif) throw std::runtime_error("cannot write " + path.string());
   const uint8_t dngVersion[4] = {1, 4, 0, 0};
@@ -138,6 +139,7 @@ void writeDng(const std::filesystem::path& path, int width, int height,
   TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
   TIFFSetField(tif, TIFFTAG_BLACKLEVEL, 1, &black);
   TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
+  if (baselineExposure) TIFFSetField(tif, TIFFTAG_BASELINEEXPOSURE, *baselineExposure);
   std::vector<uint16_t> row(width);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) row[x] = mosaicValue(x, y);

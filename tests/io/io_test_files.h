@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,10 +41,11 @@ std::vector<uint8_t> makeRgbProfile(const double primaries[6], double gamma, con
 
 // A camera RAW in DNG form made with libtiff: a 16-bit RGGB Bayer mosaic
 // from `mosaicValue(x, y)`, black 0, white 65535, an identity-like colour
-// matrix, as-shot neutral 1/1/1 and the given TIFF orientation.
+// matrix, as-shot neutral 1/1/1, the given TIFF orientation and, when given,
+// a BaselineExposure tag (EV).
 void writeDng(const std::filesystem::path& path, int width, int height,
               const std::function<uint16_t(int x, int y)>& mosaicValue, int orientation = 1,
-              bool deflate = false);
+              bool deflate = false, std::optional<double> baselineExposure = std::nullopt);
 
 // Largest absolute difference over every channel of two equal-sized images
 // (infinity when the sizes differ).

@@ -4,6 +4,7 @@
 
 #include "io/image_loader.h"
 #include "io/raw_developer.h"
+#include "io/raw_tone.h"
 #include "io_test_files.h"
 #include "support/test_support.h"
 
@@ -17,6 +18,12 @@ uint16_t scene(int x, int y) {
   return uint16_t(std::min(v, 60000.0));
 }
 
+// The settings with a decoder version of the first (linear) generation.
+RAWDevelopSettings linear(RAWDevelopSettings s = {}) {
+  s.decoderVersion = "ahd-1";
+  return s;
+}
+
 class RawDevelopment : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -27,6 +34,16 @@ class RawDevelopment : public ::testing::Test {
   test::TempDir dir_;
   std::filesystem::path path_;
 };
+
+// FNV-1a over the float pixels: a fingerprint of a development.
+uint64_t fingerprint(const Image& image) {
+  uint64_t h = 1469598103934665603ull;
+  for (int y = 0; y < image.height(); ++y) {
+    const auto* p = reinterpret_cast<const unsigned char*>(image.row(image.bounds().y + y));
+    for (size_t i = 0; i < size_t(image.width()) * 4 * sizeof(float); ++i) h = (h ^ p[i]) * 1099511628211ull;
+  }
+  return h;
+}
 
 TEST_F(RawDevelopment, DngIsDevelopedThroughTheRawPath) {
   auto loaded = develop({});
@@ -48,26 +65,27 @@ TEST_F(RawDevelopment, DngIsDevelopedThroughTheRawPath) {
   EXPECT_EQ(right[3], 1.0f);
 }
 
-TEST_F(RawDevelopment, ExposureIsInStops) {
-  auto base = develop({});
+// The first generation's mapping of the settings, on its linear picture.
+TEST_F(RawDevelopment, LinearExposureIsInStops) {
+  auto base = develop(linear());
   RAWDevelopSettings minusOne;
   minusOne.exposure = -1;
-  auto darker = develop(minusOne);
+  auto darker = develop(linear(minusOne));
   double ratio = test::channelMeans(*darker.image)[1] / test::channelMeans(*base.image)[1];
   EXPECT_NEAR(ratio, 0.5, 0.03);
   RAWDevelopSettings plusOne;
   plusOne.exposure = 1;
-  auto brighter = develop(plusOne);
+  auto brighter = develop(linear(plusOne));
   // Shadows double; highlights are preserved instead of clipping hard.
   EXPECT_NEAR(brighter.image->at(4, 30)[1] / base.image->at(4, 30)[1], 2.0, 0.15);
   EXPECT_LE(brighter.image->at(94, 30)[1], 1.0f);
 }
 
-TEST_F(RawDevelopment, ShadowBoostLiftsShadowsOnly) {
-  auto base = develop({});
+TEST_F(RawDevelopment, LinearShadowBoostLiftsShadowsOnly) {
+  auto base = develop(linear());
   RAWDevelopSettings boosted;
   boosted.shadowBoost = 100;
-  auto lifted = develop(boosted);
+  auto lifted = develop(linear(boosted));
   // Deep shadows almost double; the lift fades as the scene brightens.
   float deep = lifted.image->at(4, 30)[1] / base.image->at(4, 30)[1];
   float middle = lifted.image->at(94, 30)[1] / base.image->at(94, 30)[1];
@@ -76,12 +94,47 @@ TEST_F(RawDevelopment, ShadowBoostLiftsShadowsOnly) {
   EXPECT_GT(middle, 1.0f);
 }
 
+// Decoder versions never change meaning: every first-generation preset,
+// with settings and on real files (one without a mosaic), develops exactly
+// what it developed before the second generation came.
+TEST_F(RawDevelopment, FirstGenerationVersionsDevelopAsBefore) {
+  const std::pair<const char*, uint64_t> versions[] = {
+      {"ahd-1", 0x5dddafb1a8941779}, {"dht-1", 0x7a18be6f9dd59fd6}, {"aahd-1", 0x8cfe3a2d45ef6605},
+      {"dcb-1", 0xafb2a6bde57e1662}, {"vng-1", 0x221ea19528e4ace4}, {"ppg-1", 0x1a361204fb6b00e6},
+      {"linear-1", 0xc35371bfd385287f}};
+  for (auto [id, expected] : versions) {
+    RAWDevelopSettings s;
+    s.decoderVersion = id;
+    EXPECT_EQ(fingerprint(*develop(s).image), expected) << id;
+  }
+  RAWDevelopSettings busy = linear();
+  busy.exposure = 1;
+  busy.shadowBoost = 60;
+  busy.noiseReduction = 40;
+  busy.gamutMapping = false;
+  EXPECT_EQ(fingerprint(*develop(busy).image), 0x2ac2795b01cde219u);
+
+  const auto kodak = test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc");
+  const auto lg = test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng");
+  EXPECT_EQ(fingerprint(*ImageLoader::load(kodak, linear()).image), 0xce54cd4a4ed1fcbfu);
+  EXPECT_EQ(fingerprint(*ImageLoader::load(lg, linear()).image), 0x9b4337f6098f83e1u);
+  RAWDevelopSettings darker = linear();
+  darker.exposure = -0.7;
+  darker.shadowBoost = 30;
+  EXPECT_EQ(fingerprint(*ImageLoader::load(kodak, darker).image), 0x024f1de95ccf1dfdu);
+}
+
 TEST_F(RawDevelopment, DecoderVersionsAreOfferedAndUnknownOnesIgnored) {
   auto options = ImageLoader::rawDecoderOptions(path_);
   ASSERT_GE(options.size(), 2u);
   EXPECT_EQ(options[0], (ImageLoader::RAWDecoderOption{"", "最新"}));
-  EXPECT_EQ(options[1].id, newestRawPreset().id);
+  EXPECT_EQ(options[1].id, "ahd-2");  // "最新" develops with the newest generation
   EXPECT_EQ(options.size(), rawPresets().size() + 1);
+  EXPECT_EQ(options.back(), (ImageLoader::RAWDecoderOption{"linear-1", "双线性（最快，旧版线性）"}));
+  RAWDevelopSettings newestById;
+  newestById.decoderVersion = "ahd-2";
+  EXPECT_EQ(test::maxDifference(*develop({}).image, *develop(newestById).image), 0.0);
+  EXPECT_GT(test::maxDifference(*develop({}).image, *develop(linear()).image), 0.01);
 
   auto newest = develop({});
   RAWDevelopSettings gone;
@@ -89,9 +142,58 @@ TEST_F(RawDevelopment, DecoderVersionsAreOfferedAndUnknownOnesIgnored) {
   auto ignored = develop(gone);
   EXPECT_EQ(test::maxDifference(*newest.image, *ignored.image), 0.0);
   RAWDevelopSettings bilinear;
-  bilinear.decoderVersion = "linear-1";
+  bilinear.decoderVersion = "linear-2";
   auto other = develop(bilinear);
   EXPECT_GT(test::maxDifference(*newest.image, *other.image), 0.0);
+}
+
+// The second generation is the first's linear picture through RawTone:
+// exposure and the file's baseline in front of the base curve, the shadow
+// boost only below the knee, sensor white kept at 1 and unclipped.
+TEST_F(RawDevelopment, SecondGenerationTonesTheLinearPicture) {
+  const Image linearPicture = develop(linear()).image->clone();
+  auto tonedBy = [&](const RawTone& tone, const Image& toned) {
+    double worst = 0;
+    for (int y = 0; y < 64; ++y)
+      for (int x = 0; x < 96; ++x)
+        for (int c = 0; c < 3; ++c)
+          worst = std::max(worst, double(std::fabs(tone(linearPicture.at(x, y)[c]) - toned.at(x, y)[c])));
+    return worst;
+  };
+  EXPECT_LT(tonedBy(RawTone(1, 1), *develop({}).image), 1e-6);
+  RAWDevelopSettings busy;
+  busy.exposure = 1.5;
+  busy.shadowBoost = 100;
+  EXPECT_LT(tonedBy(RawTone(std::exp2(1.5), 2), *develop(busy).image), 1e-6);
+
+  // Shadow boost 100 against 0: the same picture from the knee up, lifted below.
+  RAWDevelopSettings boosted;
+  boosted.shadowBoost = 100;
+  const auto plain = develop({}), lifted = develop(boosted);
+  for (int x = 0; x < 96; ++x) {
+    const float in = linearPicture.at(x, 30)[1], a = plain.image->at(x, 30)[1], b = lifted.image->at(x, 30)[1];
+    if (in >= RawTone::kShadowKnee) EXPECT_EQ(a, b) << x;
+    else EXPECT_GT(b, a) << x;
+  }
+  EXPECT_GT(lifted.image->at(2, 30)[1], 2 * plain.image->at(2, 30)[1]);
+
+  // Two stops up: the bright end is rolled off below 1, still a ramp.
+  RAWDevelopSettings up;
+  up.exposure = 2;
+  const auto bright = develop(up);
+  for (int x = 80; x < 94; x += 2) EXPECT_LT(bright.image->at(x, 30)[1], bright.image->at(x + 2, 30)[1]) << x;
+  EXPECT_LE(bright.image->at(95, 30)[1], 1.0f);
+}
+
+TEST_F(RawDevelopment, BaselineExposureOfTheFileIsAnExposureOfTheSecondGeneration) {
+  const auto lifted = dir_ / "baseline.dng";
+  test::writeDng(lifted, 96, 64, scene, 1, false, 1.0);
+  RAWDevelopSettings plusOne;
+  plusOne.exposure = 1;
+  EXPECT_EQ(test::maxDifference(*ImageLoader::load(lifted).image, *develop(plusOne).image), 0.0);
+  EXPECT_GT(test::channelMeans(*ImageLoader::load(lifted).image)[1], test::channelMeans(*develop({}).image)[1]);
+  // The first generation never knew the baseline.
+  EXPECT_EQ(test::maxDifference(*ImageLoader::load(lifted, linear()).image, *develop(linear()).image), 0.0);
 }
 
 TEST_F(RawDevelopment, OrientationIsApplied) {
@@ -117,18 +219,28 @@ TEST(RawProcessing, SettingsMapping) {
   s.exposure = 2;
   s.gamutMapping = false;
   s.decoderVersion = "vng-1";
-  p = rawProcessingFor(s, true);
+  p = rawProcessingFor(s, true, 0.5);
   EXPECT_TRUE(p.noiseReductionSet);
   EXPECT_FLOAT_EQ(p.luminanceNoiseReduction, 0.99f);
   EXPECT_FLOAT_EQ(p.colorNoiseReduction, 0.99f);
   EXPECT_FLOAT_EQ(p.boostAmount, 1.5f);
-  EXPECT_FLOAT_EQ(p.exposureShift, 4.0f);
+  EXPECT_FLOAT_EQ(p.exposureShift, 4.0f);  // the first generation shifts in LibRaw...
+  EXPECT_EQ(p.toneGain, 1.0);              // ...and knows no baseline
   EXPECT_GT(p.highlightPreserve, 0.0f);
   EXPECT_EQ(p.highlightMode, 0);
   EXPECT_FALSE(p.mapGamut);
   EXPECT_EQ(p.preset->id, "vng-1");
-  // A sensor without a Bayer mosaic has no demosaic choice.
-  EXPECT_EQ(rawProcessingFor(s, false).preset, &newestRawPreset());
+  // A sensor without a Bayer mosaic has no demosaic choice, only the generation.
+  EXPECT_EQ(rawProcessingFor(s, false).preset->id, "ahd-1");
+  s.decoderVersion = "vng-2";
+  EXPECT_EQ(rawProcessingFor(s, false).preset->id, "ahd-2");
+  // The second generation moves exposure and the baseline in front of its curve.
+  p = rawProcessingFor(s, true, 0.5);
+  EXPECT_EQ(p.exposureShift, 1.0f);
+  EXPECT_EQ(p.highlightPreserve, 0.0f);
+  EXPECT_DOUBLE_EQ(p.toneGain, std::exp2(2.5));
+  EXPECT_DOUBLE_EQ(rawProcessingFor(s, true, 40).toneGain, std::exp2(6.0));  // baseline kept within 4 EV
+  EXPECT_DOUBLE_EQ(rawProcessingFor(s, true, NAN).toneGain, 4.0);
   s.noiseReduction = std::nan("");
   EXPECT_FALSE(rawProcessingFor(s, true).noiseReductionSet);
 }
