@@ -20,6 +20,17 @@ Image coordinateImage(Rect bounds) {
   return img;
 }
 
+// An opaque mid-grey source.
+Image opaqueGrey(int w, int h) {
+  Image img(w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      float* p = img.at(x, y);
+      p[0] = p[1] = p[2] = 0.5f; p[3] = 1;
+    }
+  return img;
+}
+
 Image renderAll(const Image& src, const Geometry& g) {
   Image out(g.outputRect());
   g.render(src, out);
@@ -108,12 +119,7 @@ TEST(GeometryTest, ForwardAndInverseMappingsAgree) {
 }
 
 TEST(GeometryTest, StraightenCoversTheFrame) {
-  Image src(Rect{0, 0, 120, 80});
-  for (int y = 0; y < 80; ++y)
-    for (int x = 0; x < 120; ++x) {
-      float* p = src.at(x, y);
-      p[0] = p[1] = p[2] = 0.5f; p[3] = 1;
-    }
+  const Image src = opaqueGrey(120, 80);
   for (double angle : {3.0, -12.0, 45.0}) {
     GeometryParams p;
     p.angle = angle;
@@ -136,12 +142,7 @@ TEST(GeometryTest, StraightenCoversTheFrame) {
 // agree; the one conservative case (strong barrel distortion with a crop past
 // the turned picture) may only err towards "not covered".
 TEST(GeometryTest, CoversOutputExactlyWhenNoOutputPixelIsTransparent) {
-  Image src(Rect{0, 0, 120, 80});
-  for (int y = 0; y < 80; ++y)
-    for (int x = 0; x < 120; ++x) {
-      float* p = src.at(x, y);
-      p[0] = p[1] = p[2] = 0.5f; p[3] = 1;
-    }
+  const Image src = opaqueGrey(120, 80);
   auto params = [](double angle, double distortion, int turn, std::optional<RectF> crop) {
     GeometryParams p;
     p.angle = angle;
