@@ -53,7 +53,8 @@ DocumentRender renderDocument(RenderEngine& engine, MaskImageCache& cache, const
   MaskImages masks;
   if (anyMask) {
     if (needsColor)
-      colorStage = engine.colorStage(source, recipe, options.scale, options.integralRect, {}, options.sourceId);
+      colorStage = engine.colorStage(source, recipe, options.scale, options.integralRect, {}, options.sourceId,
+                                      options.cancel);
     masks = rasterizeMasks(recipe, geometry, options.integralRect, colorStage ? colorStage->image.get() : nullptr, cache,
                            colorStage ? nextColorStageId() : 0, &result.maskErrors);
   }

@@ -127,9 +127,11 @@ RowFn fusedPoints(const std::vector<Stage>& stages, size_t i, size_t j) {
 // stages; every full pass carries the point stages after it. `copyOf`, when
 // given, is an image of the same bounds that `produce` would copy: leading
 // blur passes read it directly instead. A pass followed by a reduced stage
-// fills that stage's low-pass with its finished rows.
+// fills that stage's low-pass with its finished rows. A set `cancel` stops
+// the run before its next pass, leaving the image unfinished.
 void runStages(Image& image, const std::vector<Stage>& stages,
-               const std::function<void(Image&, int, int)>& produce = {}, const Image* copyOf = nullptr) {
+               const std::function<void(Image&, int, int)>& produce = {}, const Image* copyOf = nullptr,
+               const AsyncCancelToken* cancel = nullptr) {
   const Rect b = image.bounds();
   if (b.empty()) return;
   size_t i = 0;
@@ -222,6 +224,7 @@ void runStages(Image& image, const std::vector<Stage>& stages,
     i = chainEnd;
   };
   while (i < stages.size()) {
+    if (cancel && cancel->isCancelled()) return;
     if (!(chain = chainFrom(i, &chainEnd, 2)).empty()) {
       runChain({});
       continue;
@@ -794,11 +797,12 @@ ColorStage RenderEngine::colorStageImpl(const Image& source, bool geometryApplie
 }
 
 ColorStage RenderEngine::colorStage(const Image& source, const EditDocument& recipe, double scale, bool integralRect,
-                                    std::optional<Rect> region, HealSourceId sourceId) {
+                                    std::optional<Rect> region, HealSourceId sourceId,
+                                    const AsyncCancelToken* cancel) {
   GeometryParams params = geometryParams(recipe);
   Geometry g(source.bounds(), params, integralRect);
   if (!recipe.heals.empty()) {
-    HealStageRequest request{&source, sourceId, params, integralRect, recipe.heals, nullptr};
+    HealStageRequest request{&source, sourceId, params, integralRect, recipe.heals, cancel};
     std::shared_ptr<const Image> healed = runHealStage(healCache_, request);
     if (healed && healed->bounds() == g.outputRect()) return colorStageImpl(*healed, true, g, recipe, scale, region);
   }
@@ -874,6 +878,7 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
       if (bandRows < target.height) {
         Image out = Image::uninitialized(target);
         for (int y = target.y; y < target.bottom(); y += bandRows) {
+          if (options.cancel && options.cancel->isCancelled()) break;
           RenderOptions band = options;
           band.region = Rect{target.x, y, target.width, std::min(bandRows, target.bottom() - y)};
           Image part = render(source, recipe, masks, band, nullptr);
@@ -949,9 +954,10 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
   const bool healing = !reuse && !recipe.heals.empty();
   if (reuse || healing) {
     ColorStage cs =
-        reuse ? *colorStageIn : colorStage(source, recipe, s, options.integralRect, localRegion, options.sourceId);
+        reuse ? *colorStageIn
+              : colorStage(source, recipe, s, options.integralRect, localRegion, options.sourceId, options.cancel);
     image = cropCopy(*cs.image, localRegion);
-    runStages(image, tail);
+    runStages(image, tail, {}, nullptr, options.cancel);
   } else {
     // One list from the geometry to the dither, over the region every stage needs.
     std::vector<Stage> all;
@@ -962,7 +968,7 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
     // Unchanged geometry over the whole picture: a first pass may read the source itself.
     const bool wholeSource = g.isIdentity() && work == source.bounds();
     runStages(image, all, [&](Image& out, int y0, int y1) { g.renderRows(source, out, y0, y1); },
-              wholeSource ? &source : nullptr);
+              wholeSource ? &source : nullptr, options.cancel);
   }
   if (image.bounds() != target) image = cropCopy(image, target);
   return image;

@@ -58,6 +58,7 @@
 
 #include "model/document.h"
 #include "model/uuid.h"
+#include "render/cancel_token.h"
 #include "render/geometry.h"
 #include "render/grey_image.h"
 #include "render/image.h"
@@ -88,6 +89,9 @@ struct RenderOptions {
   // Identifies the source image for the heal cache: every distinct source
   // (full image, each preview scale, each re-development) needs its own.
   HealSourceId sourceId = 0;
+  // Checked between passes, bands and heal dabs: once it is set the render
+  // stops early and returns an unfinished image, which the caller drops.
+  const AsyncCancelToken* cancel = nullptr;
 };
 
 // The geometric part of a recipe (crop and lens distortion).
@@ -110,7 +114,8 @@ class RenderEngine {
   // bounds are the output rectangle (recipe positions still map through the
   // recipe's geometry of `originalExtent`, the upright source's extent).
   ColorStage colorStage(const Image& source, const EditDocument& recipe, double scale, bool integralRect,
-                        std::optional<Rect> region = {}, HealSourceId sourceId = 0);
+                        std::optional<Rect> region = {}, HealSourceId sourceId = 0,
+                        const AsyncCancelToken* cancel = nullptr);
   ColorStage colorStageGeometryApplied(const Image& healed, const Rect& originalExtent, const EditDocument& recipe,
                                        double scale, bool integralRect, std::optional<Rect> region = {});
 
