@@ -42,6 +42,8 @@ class ParsedArgs {
   std::vector<std::string> values(std::string_view name) const;
 
   void add(std::string_view name, std::string value);
+  // Every option as (name, value) in command-line order ("" for flags).
+  const std::vector<std::pair<std::string, std::string>>& ordered() const { return options_; }
 
  private:
   std::vector<std::pair<std::string, std::string>> options_;

@@ -22,6 +22,7 @@ const std::vector<Command>& allCommands() {
     append(list, renderCommands());
     append(list, automaskCommands());
     append(list, analysisCommands());
+    append(list, editCommands());
     return list;
   }();
   return all;

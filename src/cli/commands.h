@@ -19,5 +19,6 @@ std::vector<Command> exportCommands();
 std::vector<Command> renderCommands();
 std::vector<Command> automaskCommands();
 std::vector<Command> analysisCommands();
+std::vector<Command> editCommands();
 
 }  // namespace vg::cli
