@@ -10,10 +10,7 @@
 #include "render/document_render.h"
 #include "render/heal_stage.h"
 #include "session/editor_session.h"
-#if __has_include("session/horizon_detector.h")
 #include "session/horizon_detector.h"
-#define VG_HAS_HORIZON_DETECTOR 1
-#endif
 
 namespace vg {
 
@@ -25,14 +22,10 @@ constexpr std::string_view kWaitingForSourcePhase = "正在载入原图…";
 constexpr std::string_view kExportingPhase = "正在导出全分辨率图像…";
 constexpr std::string_view kNoHorizonMessage = "未检测到可用的地平线";
 
-HorizonDetector builtInHorizonDetector() {
-#ifdef VG_HAS_HORIZON_DETECTOR
+HorizonDetectorFn builtInHorizonDetector() {
   return [](const Image& source, const CropSettings& crop, const AsyncCancelToken* cancel) {
     return detectHorizonAngle(source, crop, cancel);
   };
-#else
-  return {};
-#endif
 }
 
 }  // namespace
@@ -217,11 +210,11 @@ void EditorSession::cancelExport() {
 
 void EditorSession::autoStraighten() {
   if (closed_ || !sources_.preview) return;
-  HorizonDetector detect = services_.detectHorizon ? services_.detectHorizon : builtInHorizonDetector();
+  HorizonDetectorFn detect = services_.detectHorizon ? services_.detectHorizon : builtInHorizonDetector();
   operation<std::optional<double>>(BusyFlag::detectingHorizon)
       .start(
           [detect, preview = sources_.preview, crop = document_.crop](const AsyncCancelToken& token) {
-            return detect ? detect(*preview, crop, &token) : std::nullopt;
+            return detect(*preview, crop, &token);
           },
           [this](std::optional<double> angle, bool stale) {
             if (stale) {

@@ -29,8 +29,8 @@ namespace vg {
 // The straightening angle (degrees, the value of crop.angle) that levels the
 // horizon of `previewSource` as the crop shows it, or nothing when the
 // picture gives no usable horizon. Runs on the background executor.
-using HorizonDetector = std::function<std::optional<double>(const Image& previewSource, const CropSettings& crop,
-                                                            const AsyncCancelToken* cancel)>;
+using HorizonDetectorFn = std::function<std::optional<double>(const Image& previewSource, const CropSettings& crop,
+                                                              const AsyncCancelToken* cancel)>;
 
 struct SessionServices {
   MainExecutor& main;
@@ -39,7 +39,7 @@ struct SessionServices {
   EditStore& store;
   std::shared_ptr<RenderEngine> engine;  // may be shared by every window
   std::filesystem::path supportFolder;   // holds Presets/ and LUTs/
-  HorizonDetector detectHorizon = {};    // empty: the built-in detector
+  HorizonDetectorFn detectHorizon = {};  // empty: the built-in detector (horizon_detector.h)
   bool persist = true;                   // false: the sidecar is never written (dry runs)
 };
 

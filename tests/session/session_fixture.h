@@ -40,7 +40,7 @@ struct SessionFixture : ::testing::Test {
   EditStore store{dir / "Edits", clock};
   std::shared_ptr<RenderEngine> engine = std::make_shared<RenderEngine>(dir / "LUTs");
   ScopedThreadLimit oneThread{1};
-  HorizonDetector detector;  // what autoStraighten finds
+  HorizonDetectorFn detector;  // what autoStraighten finds
   std::vector<EditorSession::Change> changes;
 
   SessionServices services() {
