@@ -43,6 +43,7 @@ EditorSession::EditorSession(SessionServices services, OpenedImage opened)
   sourceURL_ = loaded.url;
   sourceAccess_ = loaded.access;
   pixelSize_ = loaded.pixelSize;
+  sourceOpaque_ = loaded.opaque;
   fileFormat_ = loaded.fileFormat;
   colorSpaceName_ = loaded.colorSpaceName;
   isRAW_ = loaded.isRAW;

@@ -361,6 +361,7 @@ class EditorSession {
     std::shared_ptr<const Image> full;
     std::shared_ptr<const Image> preview;
     ImageLoader::PixelSize pixelSize;
+    bool opaque = true;
     std::optional<std::string> error;  // the loader's message
   };
   struct Export {
@@ -393,6 +394,7 @@ class EditorSession {
   std::filesystem::path sourceURL_;
   std::shared_ptr<const ScopedFileAccess> sourceAccess_;
   ImageLoader::PixelSize pixelSize_;
+  bool sourceOpaque_ = true;  // the loader's word: no pixel of the source is transparent
   std::string fileFormat_;
   std::string colorSpaceName_;
   bool isRAW_ = false;

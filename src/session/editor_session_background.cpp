@@ -43,6 +43,7 @@ void EditorSession::startDecode(RAWDevelopSettings settings) {
           if (token.isCancelled()) return std::nullopt;
           decoded->full = loaded.image;
           decoded->pixelSize = loaded.pixelSize;
+          decoded->opaque = loaded.opaque;
           decoded->preview = ImageLoader::downscaled(loaded.image, ImageLoader::kPreviewMaxDimension);
         } catch (const ImageLoadError& e) {
           decoded->error = e.what();
@@ -65,6 +66,7 @@ void EditorSession::adoptDecoded(DecodedSource decoded) {
   sources_.preview = std::move(decoded.preview);
   sources_.previewId = nextHealSourceId();
   pixelSize_ = decoded.pixelSize;
+  sourceOpaque_ = decoded.opaque;
   if (pixelSize_.width > 0) sources_.previewScale = sources_.preview->width() / pixelSize_.width;
   maskCache_->clear();
   thumbnailKey_.reset();
@@ -166,12 +168,12 @@ void EditorSession::launchExport() {
   exportPhase_ = std::string(kExportingPhase);
   notify(Change::exporting);
   auto hop = mainHop();
-  services_.background.post([this, hop, engine = services_.engine, source = sources_.full, doc = e.document,
+  services_.background.post([this, hop, engine = services_.engine, source = sources_.full, opaque = sourceOpaque_, doc = e.document,
                              destination = e.destination, options = e.options, token = e.token] {
     ExportOutcome outcome;
     outcome.destination = destination;
     try {
-      DocumentBandSource picture(*engine, *source, doc);
+      DocumentBandSource picture(*engine, *source, opaque, doc);
       const auto result =
           ImageExporter::exportImage(picture, destination, options, [token] { return token->isCancelled(); });
       outcome.written = result == ImageExporter::Result::written;
