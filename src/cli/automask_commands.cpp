@@ -42,7 +42,10 @@ std::optional<std::string> readWandOptions(const ParsedArgs& args, MagicWandSett
   }
   if (std::optional<std::string> f = args.value("feather")) {
     std::optional<int64_t> v = parseIntegerArg(*f);
-    if (!v || *v < 0 || *v > 1000) return "--feather needs whole pixels from 0 to 1000, got '" + *f + "'";
+    if (!v || *v < 0 || *v > MagicWandSettings::kMaxFeather) {
+      return "--feather needs whole pixels from 0 to " + std::to_string(MagicWandSettings::kMaxFeather) + ", got '" +
+             *f + "'";
+    }
     wand.feather = int(*v);
   }
   return std::nullopt;

@@ -30,6 +30,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "model/masks.h"
@@ -63,6 +64,7 @@ std::string_view autoMaskLayerName(AutoMaskSource kind);
 struct MagicWandSettings {
   static constexpr double kDefaultTolerance = 20;
   static constexpr int kDefaultFeather = 2;
+  static constexpr int kMaxFeather = 512;  // half the raster's longer side: wider changes nothing
   Point point{0.5, 0.5};  // normalised to the image, y from the top
   double tolerance = kDefaultTolerance;  // 0...100, percent of the largest RGB distance
   int feather = kDefaultFeather;        // pixels of the reduced image
@@ -72,6 +74,13 @@ struct AutoMaskRequest {
   AutoMaskSource kind = AutoMaskSource::subject;
   std::shared_ptr<const Image> image;  // the upright source, any size
   MagicWandSettings wand;              // read for magicWand only
+};
+
+// What a background run hands back to the session: the mask data, or the
+// reason it failed (for the log; the user sees the kind's failure text).
+struct AutoMaskOutcome {
+  std::optional<BitmapMaskData> data;
+  std::optional<std::string> error;
 };
 
 class AutoMaskGenerator {

@@ -5,6 +5,7 @@
 #include "session/editor_session.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "model/log.h"
 
@@ -375,6 +376,8 @@ void EditorSession::setShowExportSheet(bool show) {
 }
 
 void EditorSession::setMagicWand(bool active, double tolerance, int feather) {
+  tolerance = std::isnan(tolerance) ? MagicWandSettings::kDefaultTolerance : std::clamp(tolerance, 0.0, 100.0);
+  feather = std::clamp(feather, 0, MagicWandSettings::kMaxFeather);
   if (active == magicWandActive_ && tolerance == magicWandTolerance_ && feather == magicWandFeather_) return;
   magicWandActive_ = active;
   magicWandTolerance_ = tolerance;

@@ -52,6 +52,7 @@
 #include "render/histogram.h"
 #include "render/mask_rasterizer.h"
 #include "session/async_edit_operation.h"
+#include "session/auto_mask_generator.h"
 #include "session/crop_session.h"
 #include "session/editor_tool.h"
 #include "session/newest_wins.h"
@@ -297,6 +298,8 @@ class EditorSession {
   bool magicWandActive() const { return magicWandActive_; }
   double magicWandTolerance() const { return magicWandTolerance_; }
   int magicWandFeather() const { return magicWandFeather_; }
+  // tolerance 0...100 (percent of the largest colour distance), feather in
+  // pixels of the 1024-pixel raster, each clamped.
   void setMagicWand(bool active, double tolerance, int feather);
 
   bool isBusy(BusyFlag flag) const;
@@ -343,6 +346,24 @@ class EditorSession {
   const std::string& exportPhase() const { return exportPhase_; }
   void cancelExport();
 
+  // ---- Automatic masks ------------------------------------------------------------------
+  // A subject, sky or background mask generated from the preview source in
+  // the background (generatingAutoMask() meanwhile, shown as
+  // kGeneratingAutoMask). It arrives as a new bitmap mask layer named after
+  // its kind ("主体蒙版", ...), selected, with the step "新建主体蒙版" (and so
+  // on). A run started again replaces the one in flight; a result computed
+  // before the document was replaced is dropped with "编辑已变化，<name>已丢弃";
+  // a failure shows the kind's text ("主体分割失败", ...) and logs the reason.
+  static constexpr std::string_view kGeneratingAutoMask = "正在生成蒙版，请稍候…";
+  void generateAutoMask(AutoMaskSource kind);
+  // The magic wand seeded at a point of the picture as shown, normalised
+  // (0...1 across, y from the top), with the current tolerance and feather;
+  // disarms the wand. The layer "魔棒选区" comes with the step "新建魔棒选区"
+  // and the toast "已生成魔棒选区"; a failure shows "魔棒选区生成失败". False
+  // (nothing started) for a point off the picture.
+  bool magicWandClick(PointF shown);
+  bool generatingAutoMask() const { return isBusy(BusyFlag::generatingAutoMask); }
+
   // ---- Background operations of the automatic tools ----------------------------------
   // The lazily created operation whose busy flag mirrors into `flag`; one
   // per flag, always asked for with the same result type.
@@ -382,6 +403,7 @@ class EditorSession {
   void startDecode(RAWDevelopSettings settings);
   void adoptDecoded(DecodedSource decoded);
   void launchExport();
+  void startAutoMask(AutoMaskRequest request);
   void finishExport(ExportOutcome outcome);
   MaskLayer* selectedMask(EditDocument& doc) const;
   std::optional<std::array<float, 4>> sampleSource(PointF outputPoint, const Geometry& g) const;
@@ -425,8 +447,8 @@ class EditorSession {
   std::optional<int> windowNumber_;
   bool redEyeManualMode_ = false;
   bool magicWandActive_ = false;
-  double magicWandTolerance_ = 0.2;
-  int magicWandFeather_ = 4;
+  double magicWandTolerance_ = MagicWandSettings::kDefaultTolerance;
+  int magicWandFeather_ = MagicWandSettings::kDefaultFeather;
   std::map<BusyFlag, bool> busy_;
 
   std::shared_ptr<MaskImageCache> maskCache_ = std::make_shared<MaskImageCache>();

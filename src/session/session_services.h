@@ -20,6 +20,7 @@
 #include "model/document.h"
 #include "render/cancel_token.h"
 #include "render/render_engine.h"
+#include "session/subject_segmenter.h"
 #include "store/clock.h"
 #include "store/edit_store.h"
 #include "store/executor.h"
@@ -41,6 +42,7 @@ struct SessionServices {
   std::filesystem::path supportFolder;   // holds Presets/ and LUTs/
   HorizonDetectorFn detectHorizon = {};  // empty: the built-in detector (horizon_detector.h)
   bool persist = true;                   // false: the sidecar is never written (dry runs)
+  std::shared_ptr<SubjectSegmenter> subjectSegmenter = {};  // empty: SubjectSegmenter::shared()
 };
 
 struct OpenedImage {
