@@ -201,6 +201,73 @@ bool applyReset(EditScriptContext& c, std::string_view) {
   return true;
 }
 
+// ---- Automatic masks ----------------------------------------------------------------------
+
+std::optional<AutoMaskSource> automaskKind(std::string_view value) {
+  const auto kind = autoMaskSourceFromName(value);
+  if (!kind || *kind == AutoMaskSource::magicWand) return std::nullopt;
+  return kind;
+}
+
+std::optional<std::string> checkAutomask(std::string_view value) {
+  if (automaskKind(value)) return std::nullopt;
+  return "--automask takes subject, sky or background, got '" + std::string(value) + "'";
+}
+
+bool applyAutomask(EditScriptContext& c, std::string_view value) {
+  const size_t before = c.toasts.size();
+  c.session.generateAutoMask(*automaskKind(value));
+  return settledCleanly(c, before);
+}
+
+struct WandClick {
+  PointF at;
+  std::optional<double> tolerance;
+  std::optional<int> feather;
+};
+
+// "X,Y[:TOLERANCE[:FEATHER]]", the point normalised (y from the top).
+std::optional<WandClick> parseWand(std::string_view value) {
+  std::vector<std::string_view> parts;
+  for (size_t start = 0;;) {
+    const size_t colon = value.find(':', start);
+    parts.push_back(value.substr(start, colon - start));
+    if (colon == std::string_view::npos) break;
+    start = colon + 1;
+  }
+  if (parts.size() > 3) return std::nullopt;
+  const size_t comma = parts[0].find(',');
+  if (comma == std::string_view::npos) return std::nullopt;
+  const auto x = parseNumber(parts[0].substr(0, comma)), y = parseNumber(parts[0].substr(comma + 1));
+  if (!x || !y || *x < 0 || *x > 1 || *y < 0 || *y > 1) return std::nullopt;
+  WandClick click{{*x, *y}, std::nullopt, std::nullopt};
+  if (parts.size() > 1) {
+    click.tolerance = parseNumber(parts[1]);
+    if (!click.tolerance || *click.tolerance < 0 || *click.tolerance > 100) return std::nullopt;
+  }
+  if (parts.size() > 2) {
+    const auto f = parseNumber(parts[2]);
+    if (!f || *f < 0 || *f > MagicWandSettings::kMaxFeather || *f != std::floor(*f)) return std::nullopt;
+    click.feather = int(*f);
+  }
+  return click;
+}
+
+std::optional<std::string> checkWand(std::string_view value) {
+  if (parseWand(value)) return std::nullopt;
+  return "--wand takes X,Y[:TOLERANCE[:FEATHER]] (X, Y in 0...1, tolerance 0...100, feather 0..." +
+         std::to_string(MagicWandSettings::kMaxFeather) + " whole pixels), got '" + std::string(value) + "'";
+}
+
+bool applyWand(EditScriptContext& c, std::string_view value) {
+  const WandClick click = *parseWand(value);
+  EditorSession& s = c.session;
+  s.setMagicWand(true, click.tolerance.value_or(s.magicWandTolerance()), click.feather.value_or(s.magicWandFeather()));
+  const size_t before = c.toasts.size();
+  if (!s.magicWandClick(click.at)) return failWith(c, std::string(autoMaskFailureText(AutoMaskSource::magicWand)));
+  return settledCleanly(c, before);
+}
+
 constexpr EditOp kOps[] = {
     {"recipe", true, "FILE", "replace the recipe by the one in FILE", checkNonEmpty, applyRecipeFile},
     {"set", true, "KEY=VALUE", "set a numeric global adjustment by its JSON key (clamped to its range)", checkSet,
@@ -219,6 +286,12 @@ constexpr EditOp kOps[] = {
     {"undo", false, "", "undo the last step", nullptr, applyUndo},
     {"redo", false, "", "redo the step undone last", nullptr, applyRedo},
     {"reset", false, "", "reset every adjustment, mask, crop and heal", nullptr, applyReset},
+    {"automask", true, "subject|sky|background", "add an automatic mask of the main subject, the sky or the background",
+     checkAutomask, applyAutomask},
+    {"wand", true, "X,Y[:TOL[:FEATHER]]",
+     "add a magic-wand selection grown from X,Y (normalised, y from the top) with a colour tolerance of TOL "
+     "percent and FEATHER pixels of softening (the wand's settings when left out)",
+     checkWand, applyWand},
 };
 
 }  // namespace

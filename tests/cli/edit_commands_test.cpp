@@ -85,5 +85,22 @@ TEST_F(EditCommand, AFailedOperationSaysWhyAndEndsTheScriptWithExitOne) {
   EXPECT_NE(missing.err.find("无法解码图片：none.jpg"), std::string::npos) << missing.err;
 }
 
+TEST_F(EditCommand, AutomaticMasksAndTheWandAddBitmapLayers) {
+  const auto r = runTool({"edit", photo.string(), "--automask", "sky", "--wand", "0.5,0.5:15:0", "--report"});
+  ASSERT_EQ(r.code, kExitOk) << r.err;
+  const auto report = nlohmann::json::parse(r.out);
+  EXPECT_EQ(report["undo"], nlohmann::json({"新建天空蒙版", "新建魔棒选区"}));
+  EXPECT_EQ(report["toasts"], nlohmann::json::parse(R"([{"kind": "success", "text": "已生成魔棒选区"}])"));
+  const auto doc = decodeEditDocument(report["document"]);
+  ASSERT_TRUE(doc);
+  ASSERT_EQ(doc->masks.size(), 2u);
+  EXPECT_EQ(doc->masks[1].name, "魔棒选区");
+  EXPECT_EQ(std::get<BitmapMaskData>(doc->masks[1].kind).source, AutoMaskSource::magicWand);
+
+  for (const char* bad : {"1.5,0.5", "0.5,0.5:101", "0.5,0.5:10:2.5", "0.5;0.5"})
+    EXPECT_EQ(runTool({"edit", photo.string(), "--wand", bad}).code, kExitUsage) << bad;
+  EXPECT_EQ(runTool({"edit", photo.string(), "--automask", "wand"}).code, kExitUsage);
+}
+
 }  // namespace
 }  // namespace vg::cli
