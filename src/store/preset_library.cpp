@@ -41,18 +41,14 @@ std::filesystem::path PresetLibrary::fileFor(std::string_view id) const {
   return folder_ / (std::string(id) + ".json");
 }
 
-std::optional<FilterPreset> PresetLibrary::read(const std::filesystem::path& file) const {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::stringstream ss;
-  ss << in.rdbuf();
-  auto json = nlohmann::json::parse(ss.str(), nullptr, /*allow_exceptions=*/false);
+std::optional<FilterPreset> PresetLibrary::decode(std::string_view jsonText, std::string_view fileStem) {
+  auto json = nlohmann::json::parse(jsonText, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object()) return std::nullopt;
   FilterPreset p;
   auto id = json.find("id");
   if (id == json.end() || !id->is_string()) return std::nullopt;
   p.id = id->get<std::string>();
-  if (!isUserId(p.id) || file.stem() != p.id) return std::nullopt;
+  if (!isUserId(p.id) || p.id != fileStem) return std::nullopt;
   auto name = json.find("name");
   if (name != json.end() && name->is_string()) p.name = name->get<std::string>();
   if (p.name.empty()) p.name = p.id;
@@ -63,15 +59,27 @@ std::optional<FilterPreset> PresetLibrary::read(const std::filesystem::path& fil
   return p;
 }
 
-std::string PresetLibrary::write(const FilterPreset& preset) {
-  std::error_code ec;
-  std::filesystem::create_directories(folder_, ec);
+std::string PresetLibrary::encode(const FilterPreset& preset) {
   nlohmann::ordered_json json;
   json["id"] = preset.id;
   json["name"] = preset.name;
   json["adjustments"] = toJson(preset.adjustments);
   if (preset.lut) json["lut"] = toJson(*preset.lut);
-  if (auto failure = writeFileAtomically(fileFor(preset.id), json.dump())) {
+  return dumpCompact(json);
+}
+
+std::optional<FilterPreset> PresetLibrary::read(const std::filesystem::path& file) const {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return decode(ss.str(), file.stem().string());
+}
+
+std::string PresetLibrary::write(const FilterPreset& preset) {
+  std::error_code ec;
+  std::filesystem::create_directories(folder_, ec);
+  if (auto failure = writeFileAtomically(fileFor(preset.id), encode(preset))) {
     return "无法保存预设：" + *failure;
   }
   return {};

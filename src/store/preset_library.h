@@ -6,6 +6,8 @@
 // hand-edited file with bad values still loads (repaired). A file that is not
 // a JSON object, or whose id does not match its file name, is skipped when
 // listing. Files are written atomically (temporary file, then rename).
+// decode() and encode() are that form on its own, without the folder:
+// decode(encode(p), p.id) gives p back for every preset decode() returns.
 //
 // Not thread-safe: one library per window, used from the main thread.
 #pragma once
@@ -41,6 +43,13 @@ class PresetLibrary {
   bool remove(std::string_view id);
 
   const std::filesystem::path& folder() const { return folder_; }
+
+  // The preset in the text of a file named <fileStem>.json; nullopt when the
+  // text is not a JSON object or its id is not a user id equal to fileStem.
+  // A missing or empty name becomes the id.
+  static std::optional<FilterPreset> decode(std::string_view jsonText, std::string_view fileStem);
+  // Compact JSON text; invalid UTF-8 in the name is replaced, never thrown on.
+  static std::string encode(const FilterPreset& preset);
 
  private:
   std::filesystem::path fileFor(std::string_view id) const;

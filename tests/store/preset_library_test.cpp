@@ -65,6 +65,24 @@ TEST(PresetLibrary, BadFilesAndHostileIdsAreIgnored) {
   EXPECT_TRUE(std::filesystem::exists(dir / "outside.json"));
 }
 
+TEST(PresetLibrary, FileFormOnItsOwn) {
+  const std::string id = "user-0F1E2D3C-4B5A-4978-8796-A5B4C3D2E1F0";
+  FilterPreset p{id, "Warm \xff", {}, AppliedLUT{"film.cube", "Film", 70}};
+  p.adjustments.exposure = 0.3;
+  p.adjustments.curves.rgb.points = {{0, 0.1}, {1, 0.9}};
+  const std::string text = PresetLibrary::encode(p);  // invalid UTF-8 is replaced, not thrown on
+  auto back = PresetLibrary::decode(text, id);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->name, "Warm \xef\xbf\xbd");
+  back->name = p.name;
+  EXPECT_EQ(*back, p);
+
+  EXPECT_FALSE(PresetLibrary::decode(text, "user-11111111-1111-1111-1111-111111111111")) << "id must match the file";
+  EXPECT_FALSE(PresetLibrary::decode(R"({"id": "x"})", "x")) << "only user ids";
+  EXPECT_FALSE(PresetLibrary::decode("[]", id));
+  EXPECT_EQ(PresetLibrary::decode(R"({"id": ")" + id + R"("})", id)->name, id) << "a nameless preset shows its id";
+}
+
 LutLibrary::Validator fakeValidator() {
   return [](const std::filesystem::path& p) -> std::optional<std::string> {
     if (!std::filesystem::exists(p)) return "LUT 文件格式错误：无法读取文件";
