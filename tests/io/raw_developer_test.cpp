@@ -280,6 +280,24 @@ TEST(RawDevelopmentErrors, RawDataLargerThanTheFileIsRefused) {
   }
 }
 
+// The Kodak file's JPEG stream (stored byte-swapped) declares 848 columns in
+// its frame header, the low byte at 16261; 847 disagrees with the camera and
+// LibRaw refuses the stream. (On that path LibRaw itself leaks libjpeg's
+// memory, see fuzz/lsan.supp: this test is what proves that entry.)
+TEST(RawDevelopmentErrors, DamagedKodakJpegStreamIsCodeFour) {
+  std::string bytes = test::readFile(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"));
+  ASSERT_EQ(bytes.substr(16252, 10), std::string("\xc0\xff\x11\x00\x01\x08\x03\xe8\x03\x50", 10));
+  bytes[16261] = '\x4f';
+  test::TempDir dir;
+  test::writeFile(dir / "damaged.kdc", bytes);
+  try {
+    ImageLoader::load(dir / "damaged.kdc");
+    ADD_FAILURE();
+  } catch (const ImageLoadError& e) {
+    EXPECT_EQ(e.code(), 4);
+  }
+}
+
 TEST(RawDevelopmentFiles, GenuineCameraFiles) {
   auto lg = ImageLoader::load(test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng"));
   EXPECT_TRUE(lg.isRAW);
