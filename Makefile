@@ -9,6 +9,12 @@
 #   make test-tsan  the tests again under ThreadSanitizer (TSAN_TARGETS limits what is built)
 #   make fuzz       build the libFuzzer targets (clang) into build-fuzz/bin
 #   make fuzz-run FUZZ=name SECONDS=300   run one of them over its corpus
+#   make fuzz-all SECONDS=300   a whole round: every target in turn, findings kept
+#                   as regression inputs in fuzz/corpus/<name>/ (scripts/fuzz-all.sh)
+#
+# The sanitizer runs read fuzz/lsan.supp: leaks inside third-party libraries
+# that are proven not to be ours. Leak detection stays on for everything else;
+# allocations are unwound fully so that a stack can name a library function.
 
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
@@ -17,7 +23,7 @@ LAUNCHER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPIL
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := true
 
-.PHONY: deps configure build run test bench bench-peers test-asan test-tsan fuzz fuzz-run clean
+.PHONY: deps configure build run test bench bench-peers test-asan test-tsan fuzz fuzz-run fuzz-all clean
 
 deps:
 	@./scripts/install-deps.sh
@@ -47,13 +53,16 @@ bench: build
 bench-peers: build
 	./bench/peers_compare.sh $(PEER_RUNS)
 
+SANITIZER_OPTIONS := ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0 \
+  LSAN_OPTIONS=suppressions=$(CURDIR)/fuzz/lsan.supp:print_suppressions=0 \
+  UBSAN_OPTIONS=print_stacktrace=1
+
 build-asan/build.ninja: | deps
 	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVG_SANITIZE=ON -DVG_BENCH=OFF $(LAUNCHER)
 
 test-asan: deps build-asan/build.ninja
 	cmake --build build-asan -j $(JOBS)
-	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  ctest --output-on-failure -j $(JOBS) --timeout 1200 $(CTEST_ARGS)
+	cd build-asan && $(SANITIZER_OPTIONS) ctest --output-on-failure -j $(JOBS) --timeout 1200 $(CTEST_ARGS)
 
 TSAN_FLAGS := -fsanitize=thread -fno-omit-frame-pointer
 build-tsan/build.ninja: | deps
@@ -72,14 +81,17 @@ build-fuzz/build.ninja: | deps
 	  -DVG_FUZZ=ON -DVG_TESTS=OFF -DVG_BENCH=OFF $(LAUNCHER)
 
 fuzz: deps build-fuzz/build.ninja
-	cmake --build build-fuzz -j $(JOBS)
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
 
 SECONDS ?= 300
 fuzz-run: fuzz
 	@test -n "$(FUZZ)" || { echo "usage: make fuzz-run FUZZ=name [SECONDS=300]"; exit 2; }
 	mkdir -p build-fuzz/corpus/$(FUZZ)
-	./build-fuzz/bin/$(FUZZ)_fuzz -max_total_time=$(SECONDS) -print_final_stats=1 \
+	$(SANITIZER_OPTIONS) ./build-fuzz/bin/$(FUZZ)_fuzz -max_total_time=$(SECONDS) -print_final_stats=1 \
 	  -artifact_prefix=build-fuzz/ build-fuzz/corpus/$(FUZZ) fuzz/corpus/$(FUZZ)
+
+fuzz-all: fuzz
+	$(SANITIZER_OPTIONS) ./scripts/fuzz-all.sh $(SECONDS)
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz
