@@ -8,11 +8,12 @@
 #include "io/png_decoder.h"
 
 #include "fuzz_check.h"
+#include "image_limits.h"
 
 using vg::fuzz::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  vg::decode_limits::ScopedMaxPixels limit(4 << 20);
+  vg::decode_limits::ScopedMaxPixels limit(vg::fuzz::kMaxPixels);
   int orientation = size > 0 ? 1 + data[size - 1] % 8 : 1;
   try {
     vg::DecodedImage d = vg::decodePng({data, size}, vg::DecodeOptions{orientation});

@@ -7,11 +7,12 @@
 #include "io/tiff_decoder.h"
 
 #include "fuzz_check.h"
+#include "image_limits.h"
 
 using vg::fuzz::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  vg::decode_limits::ScopedMaxPixels limit(4 << 20);
+  vg::decode_limits::ScopedMaxPixels limit(vg::fuzz::kMaxPixels);
   try {
     vg::DecodedImage d = vg::decodeTiff({data, size});
     check(d.image.width() >= 1 && d.image.height() >= 1);
