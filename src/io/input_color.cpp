@@ -257,7 +257,9 @@ void InputColor::buildTables(const std::array<const void*, 3>& curves) {
   }
   bool allSrgb = std::all_of(curves.begin(), curves.begin() + channels, [](auto p) { return !p; });
   floatCurve_ = allSrgb ? FloatCurve::srgb : FloatCurve::table;
-  if (floatCurve_ == FloatCurve::table || format_.alphaAssociated) {
+  // Only float samples and associated alpha take the curve on normalised
+  // floats; other integer samples look their values up in tables_.
+  if (floatCurve_ == FloatCurve::table && (format_.isFloat() || format_.alphaAssociated)) {
     for (int c = 0; c < channels; ++c) {
       floatTables_[c].resize(kFloatTableSize + 1);
       for (int i = 0; i <= kFloatTableSize; ++i) floatTables_[c][i] = eval(c, float(i) / kFloatTableSize);
