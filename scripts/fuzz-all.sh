@@ -7,13 +7,14 @@
 #   scripts/fuzz-all.sh SECONDS [name ...]      (make fuzz-all SECONDS=N)
 #
 # A crash, timeout, out-of-memory or leak ends libFuzzer's run; the target is
-# started again for the rest of its time, so one round can find several.
+# started again for the rest of its time, so one round can find several (at
+# most FUZZ_MAX_FINDINGS, 10 by default: past that, fix first).
 # Each finding is kept under build-fuzz/findings/<name>/ and, at the end of
 # the target's turn, copied into fuzz/corpus/<name>/ as a regression input
 # (the replay under `make test` fails on it until the fault is fixed).
 # Prints one line per target: runs, runs/s, coverage (edges) at the start and
 # the end, inputs added to the working corpus, findings. Exits 1 when
-# anything was found or a committed input already fails.
+# anything was found or an input of the corpora already fails.
 set -uo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -22,6 +23,7 @@ shift
 bin=$root/build-fuzz/bin
 timeout=${FUZZ_TIMEOUT:-25}  # seconds one input may take before it counts as a hang
 rss=${FUZZ_RSS_MB:-2048}
+maxFindings=${FUZZ_MAX_FINDINGS:-10}
 
 # The Makefile passes the same; fuzz/lsan.supp says why the unwinding is full.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:fast_unwind_on_malloc=0}
@@ -63,7 +65,7 @@ for name in "${names[@]}"; do
       -artifact_prefix="$findings/" "$work" "$seeds" >"$log" 2>&1
     rc=$?
     if ! grep -q "INITED" "$log"; then
-      broken=$log  # a committed input fails before fuzzing starts
+      broken=$log  # an input of the corpora fails before fuzzing starts
       break
     fi
     [[ -n $covStart ]] || covStart=$(grep -o "INITED cov: [0-9]*" "$log" | grep -o '[0-9]*$')
@@ -73,19 +75,20 @@ for name in "${names[@]}"; do
     ((rc == 0)) && break
     found=$((found + 1))
     attempt=$((attempt + 1))
+    ((found < maxFindings)) || break
   done
   elapsed=$(($(date +%s) - start))
   ((elapsed > 0)) || elapsed=1
 
-  # This round's findings become regression inputs under their libFuzzer
-  # names (crash-, timeout-, oom-, leak- + the input's SHA-1).
-  find "$findings" -type f -newer "$logs/started" -exec cp -n {} "$seeds/" \;
-
   if [[ -n $broken ]]; then
-    printf '%-12s a committed input fails before fuzzing starts: see %s\n' "$name" "$broken"
+    printf '%-12s a corpus input fails before fuzzing starts: see %s\n' "$name" "$broken"
     status=1
     continue
   fi
+  # This round's findings become regression inputs under their libFuzzer
+  # names (crash-, timeout-, oom-, leak- + the input's SHA-1).
+  find "$findings" -type f -newer "$logs/started" \
+    \( -name 'crash-*' -o -name 'timeout-*' -o -name 'oom-*' -o -name 'leak-*' \) -exec cp -n {} "$seeds/" \;
   printf '%-12s runs %9d  runs/s %6d  coverage %5s -> %-5s  new inputs %5d  findings %d\n' \
     "$name" "$runs" $((runs / elapsed)) "${covStart:-?}" "${covEnd:-?}" "$added" "$found"
   ((found == 0)) || status=1
