@@ -10,6 +10,7 @@
 
 #include "model/json.h"
 #include "render/lut_loader.h"
+#include "session/auto_mode.h"
 #include "store/lut_library.h"
 
 namespace vg {
@@ -95,6 +96,13 @@ std::optional<std::string> checkNamed(std::string_view value) {
   return std::nullopt;
 }
 
+std::optional<std::string> checkAutoMode(std::string_view value) {
+  if (autoModeFromKey(value)) return std::nullopt;
+  std::string keys;
+  for (const AutoModeInfo& m : autoModes()) keys += (keys.empty() ? "" : ", ") + std::string(m.key);
+  return "--auto takes one of " + keys + ", got '" + std::string(value) + "'";
+}
+
 std::optional<std::string> checkNonEmpty(std::string_view value) {
   if (!value.empty()) return std::nullopt;
   return "expected a file";
@@ -134,6 +142,18 @@ bool applyAngle(EditScriptContext& c, std::string_view value) {
 bool applyStraighten(EditScriptContext& c, std::string_view) {
   const size_t before = c.toasts.size();
   c.session.autoStraighten();
+  return settledCleanly(c, before);
+}
+
+bool applyAutoAdjust(EditScriptContext& c, std::string_view value) {
+  const size_t before = c.toasts.size();
+  c.session.autoAdjust(*autoModeFromKey(value));
+  return settledCleanly(c, before);
+}
+
+bool applyRedEyes(EditScriptContext& c, std::string_view) {
+  const size_t before = c.toasts.size();
+  c.session.detectRedEyes();
   return settledCleanly(c, before);
 }
 
@@ -275,6 +295,9 @@ constexpr EditOp kOps[] = {
     {"rotate", true, "cw|ccw", "turn the picture by 90 degrees", checkRotate, applyRotate},
     {"angle", true, "DEG", "straighten by DEG degrees (-45...45); the crop is refitted", checkNumber, applyAngle},
     {"straighten", false, "", "level the horizon automatically", nullptr, applyStraighten},
+    {"auto", true, "MODE", "automatic adjustment: balanced, portrait, landscape, nightScene, highKey, lowKey, vivid or bw",
+     checkAutoMode, applyAutoAdjust},
+    {"redeye", false, "", "find the faces' pupils and add red-eye spots", nullptr, applyRedEyes},
     {"sample-wb", true, "X,Y", "white balance from the pixel at X,Y (normalised, y from the top)", checkPoint,
      applySampleWhiteBalance},
     {"preset", true, "ID[:STRENGTH]", "apply a filter preset at STRENGTH percent (default 100)", checkNamed,

@@ -395,6 +395,7 @@ void EditorSession::setRedEyeManualMode(bool on) {
   if (on == redEyeManualMode_) return;
   redEyeManualMode_ = on;
   notify(Change::redEyeManualMode);
+  if (on) showToast(std::string(kRedEyeManualModeOn), ToastMessage::Kind::info);
 }
 
 // ---- Closing ------------------------------------------------------------------------------------

@@ -53,6 +53,7 @@
 #include "render/mask_rasterizer.h"
 #include "session/async_edit_operation.h"
 #include "session/auto_mask_generator.h"
+#include "session/auto_mode.h"
 #include "session/crop_session.h"
 #include "session/editor_tool.h"
 #include "session/newest_wins.h"
@@ -144,6 +145,14 @@ class EditorSession {
   static constexpr std::string_view kSplitCompareHint = "分屏对比：左侧原图，拖动分割线调整范围";
   static constexpr std::string_view kCropHint = "拖框调整 · 框外拖动新建 · Esc 取消本次裁剪";
   static constexpr std::string_view kResetAllTitle = "复位全部调整…";
+  static constexpr std::string_view kAutoAdjustStale = "编辑已变化，自动调整结果已丢弃";
+  static constexpr std::string_view kAutoAdjustFailed = "自动调整失败：无法分析图像";
+  static constexpr std::string_view kRedEyeStale = "编辑已变化，红眼检测结果已丢弃";
+  static constexpr std::string_view kNoNewRedEyes = "没有发现新的红眼";
+  static constexpr std::string_view kRedEyeManualModeOn =
+      "手动模式已开启：点击画布瞳孔位置放置红眼点（消除笔暂时停用，关闭后恢复）";
+  static constexpr std::string_view kRedEyeSpotHelp = "手动模式下点击移除该红眼点；也可在右侧列表移除";
+  static constexpr std::string_view kRedEyeListHint = "点按两下移除";
   static constexpr std::string_view kResetAllConfirmation =
       "将清除所有调整、蒙版、裁剪与修复，回到打开图片时的原始状态。此操作可撤销。";
 
@@ -229,7 +238,30 @@ class EditorSession {
   Uuid addRedEyeSpot(Point center, double radius);  // "添加红眼点"
   bool removeRedEyeSpot(const Uuid& spotID);        // "移除红眼点 <n>"
   bool redEyeManualMode() const { return redEyeManualMode_; }
+  // Turning it on says how it works (kRedEyeManualModeOn).
   void setRedEyeManualMode(bool on);
+  // A click in manual mode at a point of the picture as shown, normalised
+  // (0...1 across, y from the top): removes the spot it hits (redEyeSpotAt,
+  // step "移除红眼点 n"), else places one of kManualRadius ("添加红眼点").
+  // False (nothing done) outside manual mode or off the picture.
+  bool redEyeClick(PointF shown);
+  // Finds the pupils in the background (red_eye_detector.h) on the preview
+  // source turned as the recipe turns it. New spots (not duplicates of the
+  // document's, red_eye_spots.h) are one step "红眼检测（n 处）" with the
+  // toast "已修复 n 处红眼"; none new: the info toast kNoNewRedEyes; no face:
+  // its warning; a failed detection: its error; the document replaced
+  // meanwhile: kRedEyeStale and nothing applied.
+  void detectRedEyes();
+  bool detectingRedEyes() const { return isBusy(BusyFlag::detectingRedEyes); }
+
+  // ---- Automatic adjustment ----------------------------------------------------------
+  // Measures the picture as framed in the background and replaces the
+  // global adjustments by those of `mode` (auto_adjust.h): one step named
+  // like the button ("自动调整：均衡"), the toast "已应用「均衡」自动调整";
+  // kAutoAdjustFailed when the picture cannot be measured; kAutoAdjustStale
+  // when the document was replaced meanwhile.
+  void autoAdjust(AutoMode mode);
+  bool autoAdjusting() const { return isBusy(BusyFlag::autoAdjusting); }
 
   // ---- Tools and crop --------------------------------------------------------------
   EditorTool activeTool() const { return activeTool_; }

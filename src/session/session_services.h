@@ -20,6 +20,7 @@
 #include "model/document.h"
 #include "render/cancel_token.h"
 #include "render/render_engine.h"
+#include "session/red_eye_detector.h"
 #include "session/subject_segmenter.h"
 #include "store/clock.h"
 #include "store/edit_store.h"
@@ -33,6 +34,11 @@ namespace vg {
 using HorizonDetectorFn = std::function<std::optional<double>(const Image& previewSource, const CropSettings& crop,
                                                               const AsyncCancelToken* cancel)>;
 
+// The red-eye spots on the pupils of the faces in `previewSource`, or nothing
+// when cancelled (red_eye_detector.h). Runs on the background executor.
+using RedEyeDetectorFn =
+    std::function<std::optional<RedEyeDetectionOutcome>(const Image& previewSource, const AsyncCancelToken* cancel)>;
+
 struct SessionServices {
   MainExecutor& main;
   Executor& background;
@@ -43,6 +49,7 @@ struct SessionServices {
   HorizonDetectorFn detectHorizon = {};  // empty: the built-in detector (horizon_detector.h)
   bool persist = true;                   // false: the sidecar is never written (dry runs)
   std::shared_ptr<SubjectSegmenter> subjectSegmenter = {};  // empty: SubjectSegmenter::shared()
+  RedEyeDetectorFn detectRedEyes = {};   // empty: the shared dlib detector (red_eye_detector.h)
 };
 
 struct OpenedImage {

@@ -102,5 +102,32 @@ TEST_F(EditCommand, AutomaticMasksAndTheWandAddBitmapLayers) {
   EXPECT_EQ(runTool({"edit", photo.string(), "--automask", "wand"}).code, kExitUsage);
 }
 
+TEST_F(EditCommand, AutomaticAdjustmentAndRedEyeDetectionAreSteps) {
+  const auto adjusted = runTool({"edit", photo.string(), "--set", "contrast=70", "--auto", "landscape", "--report"});
+  ASSERT_EQ(adjusted.code, kExitOk) << adjusted.err;
+  const auto report = nlohmann::json::parse(adjusted.out);
+  EXPECT_EQ(report["undo"], nlohmann::json({"对比度", "自动调整：风光"}));
+  EXPECT_EQ(report["toasts"], nlohmann::json::parse(R"([{"kind":"success","text":"已应用「风光」自动调整"}])"));
+  EXPECT_EQ(sidecar()->adjustments.texture, 12) << "the mode's own value";
+  const auto unknown = runTool({"edit", photo.string(), "--auto", "sunset"});
+  EXPECT_EQ(unknown.code, kExitUsage);
+  EXPECT_NE(unknown.err.find("balanced, portrait"), std::string::npos) << unknown.err;
+
+  // Two runs on a portrait: the second finds only the spots already there.
+  const fs::path face = dir / "face.jpg";
+  fs::copy_file(test::dataPath("faces/astronaut.jpg"), face);
+  const auto eyes = runTool({"edit", face.string(), "--redeye", "--redeye", "--report"});
+  ASSERT_EQ(eyes.code, kExitOk) << eyes.err;
+  const auto found = nlohmann::json::parse(eyes.out);
+  EXPECT_EQ(found["undo"], nlohmann::json({"红眼检测（2 处）"}));
+  EXPECT_EQ(found["toasts"], nlohmann::json::parse(R"([{"kind":"success","text":"已修复 2 处红眼"},
+                                                        {"kind":"info","text":"没有发现新的红眼"}])"));
+  EXPECT_EQ(EditStore(dir / "data" / "Edits").load(face)->redEyes.size(), 2u);
+
+  const auto none = runTool({"edit", photo.string(), "--redeye"});
+  EXPECT_EQ(none.code, kExitFailed);
+  EXPECT_NE(none.err.find("warning: 未检测到人脸/红眼，可尝试手动模式"), std::string::npos) << none.err;
+}
+
 }  // namespace
 }  // namespace vg::cli

@@ -41,13 +41,18 @@ struct SessionFixture : ::testing::Test {
   std::shared_ptr<RenderEngine> engine = std::make_shared<RenderEngine>(dir / "LUTs");
   ScopedThreadLimit oneThread{1};
   HorizonDetectorFn detector;  // what autoStraighten finds
+  RedEyeDetectorFn redEyes;    // what detectRedEyes finds
   std::vector<EditorSession::Change> changes;
 
   SessionServices services() {
-    return SessionServices{main, background, clock, store, engine, dir.path(),
-                           [this](const Image& i, const CropSettings& c, const AsyncCancelToken* t) {
-                             return detector ? detector(i, c, t) : std::nullopt;
-                           }};
+    SessionServices s{main, background, clock, store, engine, dir.path(),
+                      [this](const Image& i, const CropSettings& c, const AsyncCancelToken* t) {
+                        return detector ? detector(i, c, t) : std::nullopt;
+                      }};
+    s.detectRedEyes = [this](const Image& i, const AsyncCancelToken* t) {
+      return redEyes ? redEyes(i, t) : std::optional<RedEyeDetectionOutcome>(RedEyeDetectionOutcome{});
+    };
+    return s;
   }
 
   // An opened image of w x h pixels whose preview is the image itself.
