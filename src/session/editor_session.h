@@ -371,7 +371,8 @@ class EditorSession {
   // exporter's message when the destination or options are refused at once.
   // Phases: "等待 RAW 显影…" while a RAW development runs, then
   // "正在导出全分辨率图像…". The outcome comes on the main thread, with a
-  // toast ("已导出：name" or "导出失败：reason").
+  // toast ("已导出：name" or "导出失败：reason"). Options without a metadata
+  // source take the session's photograph, which is never overwritten.
   bool startExport(std::filesystem::path destination, ImageExporter::Options options,
                    std::function<void(const ExportOutcome&)> done = {});
   bool exporting() const { return exporting_; }

@@ -141,6 +141,8 @@ bool EditorSession::startExport(std::filesystem::path destination, ImageExporter
     showToast(std::string(kExportBusyMessage), ToastMessage::Kind::warning);
     return false;
   }
+  // The photograph is where the metadata come from and what is never written.
+  if (!options.metadataSourceURL) options.metadataSourceURL = sourceURL_;
   try {
     ImageExporter::preflight(destination, options);
   } catch (const ExportError& e) {
