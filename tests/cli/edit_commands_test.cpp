@@ -70,6 +70,24 @@ TEST_F(EditCommand, ADryRunWritesNothingAndBadUsageOpensNothing) {
   EXPECT_FALSE(fs::exists(dir / "data"));
 }
 
+TEST_F(EditCommand, PresetsAndLUTsApplyAtAStrength) {
+  test::writeFile(dir / "look.cube", "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n");
+  const auto r = runTool({"edit", photo.string(), "--preset", "vivid:50", "--lut", (dir / "look.cube").string() + ":80",
+                          "--report"});
+  ASSERT_EQ(r.code, kExitOk) << r.err;
+  const auto report = nlohmann::json::parse(r.out);
+  EXPECT_EQ(report["undo"], nlohmann::json({"应用滤镜「鲜艳」", "应用 LUT「look」"}));
+  EXPECT_EQ(report["document"]["filterID"], "vivid");
+  EXPECT_EQ(report["document"]["filterStrength"], 50);
+  EXPECT_EQ(report["document"]["lut"]["filename"], "look.cube");
+  EXPECT_EQ(report["document"]["lut"]["strength"], 80);
+  EXPECT_TRUE(fs::exists(dir / "data" / "LUTs" / "look.cube")) << "imported into the LUT folder";
+
+  const auto unknown = runTool({"edit", photo.string(), "--preset", "nope"});
+  EXPECT_EQ(unknown.code, kExitFailed);
+  EXPECT_NE(unknown.err.find("error: 找不到该预设：nope"), std::string::npos) << unknown.err;
+}
+
 TEST_F(EditCommand, AFailedOperationSaysWhyAndEndsTheScriptWithExitOne) {
   const auto r = runTool({"edit", photo.string(), "--set", "shadows=10", "--sample-wb", "1.5,0.5", "--set",
                           "contrast=5", "--report"});

@@ -226,5 +226,53 @@ TEST_F(SessionToolsTest, FilterThumbnailsAreMadeOncePerDocumentAndPresetList) {
   EXPECT_EQ(session->thumbnailFingerprint(), fingerprint);
 }
 
+TEST_F(SessionToolsTest, RawSettingsRedevelopInTheBackgroundAndOnlyTheNewestIsKept) {
+  const auto raw = dir / "camera.kdc";
+  std::filesystem::copy_file(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"), raw);
+  std::unique_ptr<EditorSession> session;
+  EditorSession::open(raw, services(), [&](std::unique_ptr<EditorSession> s, std::optional<std::string> error) {
+    ASSERT_FALSE(error) << *error;
+    session = std::move(s);
+  });
+  settle();
+  ASSERT_TRUE(session);
+  ASSERT_TRUE(session->isRAW());
+  ASSERT_TRUE(session->source());
+  const auto firstSource = session->source();
+  const uint64_t generation = session->rawDecodeGeneration();
+
+  EditDocument doc = session->document();
+  doc.raw.exposure = 1;
+  session->setDocument(doc);
+  EXPECT_TRUE(session->rawDecoding());
+  doc.raw.exposure = 1.5;  // before the first development is back
+  session->setDocument(doc);
+  ASSERT_TRUE(session->startExport(dir / "out.jpg", ImageExporter::Options{}));
+  EXPECT_EQ(session->exportPhase(), "等待 RAW 显影…");
+  settle();
+  EXPECT_FALSE(session->rawDecoding());
+  EXPECT_EQ(session->rawDecodeGeneration(), generation + 2);
+  EXPECT_NE(session->source(), firstSource);
+  EXPECT_FALSE(session->exporting());
+  EXPECT_TRUE(std::filesystem::exists(dir / "out.jpg"));
+  // The source now is the development with the newest settings: brighter.
+  const auto meanGreen = [](const Image& image) {
+    double sum = 0;
+    for (int y = 0; y < image.height(); ++y)
+      for (int x = 0; x < image.width(); ++x) sum += image.at(image.bounds().x + x, image.bounds().y + y)[1];
+    return sum / (double(image.width()) * image.height());
+  };
+  EXPECT_GT(meanGreen(*session->source()), meanGreen(*firstSource) * 1.15);
+
+  std::filesystem::remove(raw);
+  doc.raw.shadowBoost = 30;
+  session->setDocument(doc);
+  settle();
+  ASSERT_TRUE(session->toast());
+  EXPECT_EQ(session->toast()->text.rfind("RAW 显影失败：", 0), 0u) << session->toast()->text;
+  EXPECT_EQ(session->toast()->kind, ToastMessage::Kind::error);
+  EXPECT_EQ(session->document(), doc) << "the recipe keeps what the user set";
+}
+
 }  // namespace
 }  // namespace vg
