@@ -410,6 +410,7 @@ bool EditorSession::close() {
   cancelExport();
   for (auto& [flag, slot] : operations_) slot.cancel();
   toasts_.dismiss();
+  sourceAccess_.reset();
   return stored;
 }
 

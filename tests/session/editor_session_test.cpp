@@ -155,12 +155,16 @@ TEST_F(EditorSessionTest, ClosingFlushesCancelsAndIgnoresLaterEdits) {
   detector = [](const Image&, const CropSettings&, const AsyncCancelToken*) { return std::optional<double>(3); };
   session->setDocument(exposed(0.3));
   session->autoStraighten();
+  session->requestFilterThumbnails({builtInPresets().front()});
   EXPECT_TRUE(session->detectingHorizon());
   EXPECT_TRUE(session->close());
   EXPECT_FALSE(session->detectingHorizon());
   EXPECT_EQ(onDisk(), exposed(0.3)) << "flushed at once, without waiting for the quiet period";
+  changes.clear();
   settle();
   EXPECT_EQ(session->document().crop.angle, 0) << "the late detection was dropped";
+  EXPECT_TRUE(session->filterThumbnails().empty());
+  EXPECT_TRUE(changes.empty()) << "no render, thumbnail or result reaches a closed session";
   session->setDocument(exposed(2));
   EXPECT_EQ(session->document(), exposed(0.3));
   wait(1s);
