@@ -1,7 +1,8 @@
 // The HEIF decoder (container, primary image or a thumbnail of it, colour,
 // Exif block) on arbitrary bytes: DecodeError, or a non-empty image of
-// finite values with alpha in [0, 1], no larger than the primary image, and
-// the same Exif block heifExifBlock() finds without decoding.
+// finite values with alpha in [0, 1], called opaque exactly when every alpha
+// is 1, no larger than the primary image, and the same Exif block
+// heifExifBlock() finds without decoding.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include "io/metadata_reader.h"
 
 #include "fuzz_check.h"
+#include "image_checks.h"
 #include "image_limits.h"
 
 using vg::fuzz::check;
@@ -32,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (int c = 0; c < 3; ++c) check(std::isfinite(p[c]), "finite colour");
       }
     }
+    vg::fuzz::checkOpaqueFlag(d.decoded);
     check(vg::heifExifBlock({data, size}) == d.exif, "the same Exif block with or without decoding");
     if (!d.exif.empty()) vg::readExifBlock(d.exif);
   } catch (const vg::DecodeError&) {

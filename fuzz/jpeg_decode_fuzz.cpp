@@ -2,7 +2,7 @@
 // or reduced: it must either refuse with DecodeError or return an upright
 // image of the declared size (a reduced one no larger, and reaching the
 // requested side unless the full image is smaller) whose alpha is 1
-// everywhere.
+// everywhere and that says it is opaque.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -28,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int fullSide = std::max(d.fullWidth, d.fullHeight);
     check(side <= fullSide && (side >= options.minLongSide || side == fullSide));
     check((d.image.width() >= d.image.height()) == (d.fullWidth >= d.fullHeight));
+    check(d.opaque);
     for (int y = 0; y < d.image.height(); y += 7) {
       const float* p = d.image.row(y);
       for (int x = 0; x < d.image.width(); ++x) check(p[x * 4 + 3] == 1.0f && std::isfinite(p[x * 4]));

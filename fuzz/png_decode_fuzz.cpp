@@ -1,5 +1,5 @@
-// The PNG decoder on arbitrary bytes: DecodeError or an image whose
-// premultiplied colour never exceeds its alpha in [0, 1].
+// The PNG decoder on arbitrary bytes: DecodeError or an image of finite
+// colour with alpha in [0, 1], called opaque exactly when every alpha is 1.
 #include <cmath>
 #include <cstdint>
 
@@ -8,6 +8,7 @@
 #include "io/png_decoder.h"
 
 #include "fuzz_check.h"
+#include "image_checks.h"
 #include "image_limits.h"
 
 using vg::fuzz::check;
@@ -26,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (int c = 0; c < 3; ++c) check(std::isfinite(p[x * 4 + c]));
       }
     }
+    vg::fuzz::checkOpaqueFlag(d, 5);
   } catch (const vg::DecodeError&) {
   }
   return 0;

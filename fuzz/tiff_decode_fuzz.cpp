@@ -1,5 +1,6 @@
-// The TIFF decoder on arbitrary bytes: DecodeError or a non-empty image.
-// (Float TIFFs may legitimately carry any value, NaN included.)
+// The TIFF decoder on arbitrary bytes: DecodeError or a non-empty image,
+// called opaque exactly when every alpha is 1. (Float TIFFs may
+// legitimately carry any colour value, NaN included.)
 #include <cstdint>
 
 #include "io/decode_limits.h"
@@ -7,6 +8,7 @@
 #include "io/tiff_decoder.h"
 
 #include "fuzz_check.h"
+#include "image_checks.h"
 #include "image_limits.h"
 
 using vg::fuzz::check;
@@ -16,6 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     vg::DecodedImage d = vg::decodeTiff({data, size});
     check(d.image.width() >= 1 && d.image.height() >= 1);
+    vg::fuzz::checkOpaqueFlag(d, 3);
   } catch (const vg::DecodeError&) {
   }
   return 0;
