@@ -12,10 +12,13 @@
 # Each finding is kept under build-fuzz/findings/<name>/ and, at the end of
 # the target's turn, copied into fuzz/corpus/<name>/ as a regression input
 # (the replay under `make test` fails on it until the fault is fixed).
-# Prints one line per target: runs, runs/s, coverage (edges) at the start and
-# the end, inputs added to the working corpus, findings. Exits 1 when
+# Prints one line per target: runs, runs per second of wall time and per
+# second of the target's own CPU time (on a shared machine the second is
+# the one to compare), coverage (edges) at the start and the end, inputs
+# added to the working corpus, findings. Exits 1 when
 # anything was found or an input of the corpora already fails.
 set -uo pipefail
+TIMEFORMAT='%U %S'  # what `time` below writes: the fuzzer's user and system CPU seconds
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:?usage: fuzz-all.sh SECONDS [name ...]}
@@ -51,19 +54,20 @@ for name in "${names[@]}"; do
   findings=$root/build-fuzz/findings/$name
   logs=$root/build-fuzz/logs/$name
   mkdir -p "$seeds" "$work" "$findings" "$logs"
-  rm -f "$logs"/run-*.log
+  rm -f "$logs"/run-*
   touch "$logs/started"
 
   start=$(date +%s)
   deadline=$((start + seconds))
-  runs=0 added=0 found=0 attempt=0 covStart="" covEnd="" broken=""
+  runs=0 cpu=0 added=0 found=0 attempt=0 covStart="" covEnd="" broken=""
   while :; do
     left=$((deadline - $(date +%s)))
     ((left > 0)) || break
     log=$logs/run-$attempt.log
-    "$fuzzer" -max_total_time="$left" -timeout="$timeout" -rss_limit_mb="$rss" -print_final_stats=1 \
-      -artifact_prefix="$findings/" "$work" "$seeds" >"$log" 2>&1
+    { time "$fuzzer" -max_total_time="$left" -timeout="$timeout" -rss_limit_mb="$rss" -print_final_stats=1 \
+      -artifact_prefix="$findings/" "$work" "$seeds" >"$log" 2>&1; } 2>"$log.cpu"
     rc=$?
+    cpu=$(awk -v c="$cpu" '{ print c + $1 + $2 }' "$log.cpu")
     if ! grep -q "INITED" "$log"; then
       broken=$log  # an input of the corpora fails before fuzzing starts
       break
@@ -89,8 +93,9 @@ for name in "${names[@]}"; do
   # names (crash-, timeout-, oom-, leak- + the input's SHA-1).
   find "$findings" -type f -newer "$logs/started" \
     \( -name 'crash-*' -o -name 'timeout-*' -o -name 'oom-*' -o -name 'leak-*' \) -exec cp -n {} "$seeds/" \;
-  printf '%-12s runs %9d  runs/s %6d  coverage %5s -> %-5s  new inputs %5d  findings %d\n' \
-    "$name" "$runs" $((runs / elapsed)) "${covStart:-?}" "${covEnd:-?}" "$added" "$found"
+  perCpu=$(awk -v r="$runs" -v c="$cpu" 'BEGIN { print int(r / (c > 0 ? c : 1)) }')
+  printf '%-12s runs %9d  runs/s %6d  per CPU s %6d  coverage %5s -> %-5s  new inputs %5d  findings %d\n' \
+    "$name" "$runs" $((runs / elapsed)) "$perCpu" "${covStart:-?}" "${covEnd:-?}" "$added" "$found"
   ((found == 0)) || status=1
 done
 exit $status
