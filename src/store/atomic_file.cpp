@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kTempMarker = ".tmp-";
 constexpr size_t kTempRandomLength = 6;  // mkstemp's XXXXXX
 
-std::string describe(const std::filesystem::path& path, int error) {
+std::string describeError(const std::filesystem::path& path, int error) {
   return path.filename().string() + ": " + std::generic_category().message(error);
 }
 
@@ -55,44 +55,65 @@ int fsyncRetrying(int fd) {
 
 }  // namespace
 
-std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
-                                               std::string_view bytes) {
-  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+AtomicFileWriter::AtomicFileWriter(std::filesystem::path path) : path_(std::move(path)) {}
+
+AtomicFileWriter::~AtomicFileWriter() {
+  closeOnce(fd_);
+  if (!tempPath_.empty()) ::unlink(tempPath_.c_str());
+}
+
+std::string AtomicFileWriter::describe(int error) const { return describeError(path_, error); }
+
+std::optional<std::string> AtomicFileWriter::open() {
+  const std::filesystem::path folder = path_.has_parent_path() ? path_.parent_path() : ".";
   std::string tempName = ".";
-  tempName += path.filename().string();
+  tempName += path_.filename().string();
   tempName += kTempMarker;
   tempName += "XXXXXX";
   std::string tempPath = (folder / tempName).string();
   std::vector<char> pattern(tempPath.begin(), tempPath.end());
   pattern.push_back('\0');
 
-  int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
-  if (fd < 0) return describe(path, errno);
-  tempPath.assign(pattern.data());
+  fd_ = ::mkostemp(pattern.data(), O_CLOEXEC);
+  if (fd_ < 0) return describe(errno);
+  tempPath_.assign(pattern.data());
+  // mkostemp creates 0600; sidecars and backups are ordinary user files.
+  if (::fchmod(fd_, 0644) != 0) return describe(errno);
+  return std::nullopt;
+}
 
-  auto fail = [&](int error) -> std::optional<std::string> {
-    closeOnce(fd);
-    ::unlink(tempPath.c_str());
-    return describe(path, error);
-  };
-
-  // mkostemp creates 0600; sidecars are ordinary user files.
-  if (::fchmod(fd, 0644) != 0) return fail(errno);
+bool AtomicFileWriter::write(std::string_view bytes) {
   int error = 0;
-  if (!writeAll(fd, bytes, error)) return fail(error);
-  if (int e = fsyncRetrying(fd)) return fail(e);
-  if (int e = closeOnce(fd)) return fail(e);
-  if (::rename(tempPath.c_str(), path.c_str()) != 0) return fail(errno);
+  if (fd_ >= 0 && writeAll(fd_, bytes, error)) return true;
+  errno = fd_ < 0 ? EBADF : error;
+  return false;
+}
+
+std::optional<std::string> AtomicFileWriter::commit() {
+  if (fd_ < 0) return describe(EBADF);
+  if (int e = fsyncRetrying(fd_)) return describe(e);
+  if (int e = closeOnce(fd_)) return describe(e);
+  if (::rename(tempPath_.c_str(), path_.c_str()) != 0) return describe(errno);
+  tempPath_.clear();
 
   // The new name is in place; make the folder entry durable. A folder that
   // cannot be opened or synced (some file systems refuse) does not undo the
   // write, which readers already see.
+  const std::filesystem::path folder = path_.has_parent_path() ? path_.parent_path() : ".";
   int dirFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dirFd >= 0) {
     fsyncRetrying(dirFd);
     ::close(dirFd);
   }
   return std::nullopt;
+}
+
+std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
+                                               std::string_view bytes) {
+  AtomicFileWriter writer(path);
+  if (auto error = writer.open()) return error;
+  if (!writer.write(bytes)) return writer.describe(errno);
+  return writer.commit();
 }
 
 bool isAtomicWriteTemporaryName(std::string_view name) {

@@ -10,6 +10,12 @@
 // result is a one-line description ("<name>: <reason>"). Nothing is logged here;
 // the caller decides what the failure means.
 //
+// AtomicFileWriter takes the same steps for output produced piece by piece
+// (a backup archive too large to hold in memory): open() creates the
+// temporary file, the caller writes to fd(), commit() syncs, closes and
+// renames it into place. Destroyed without a successful commit, it removes
+// the temporary file and leaves `path` as it was.
+//
 // A process killed between 1 and 3 leaves its temporary file behind;
 // removeStaleTemporaryFiles() clears such leftovers from a folder.
 #pragma once
@@ -25,6 +31,30 @@ namespace vg {
 // Empty on success, otherwise the reason.
 std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
                                                std::string_view bytes);
+
+class AtomicFileWriter {
+ public:
+  explicit AtomicFileWriter(std::filesystem::path path);
+  ~AtomicFileWriter();
+  AtomicFileWriter(const AtomicFileWriter&) = delete;
+  AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
+
+  // Creates the temporary file. Empty on success, otherwise the reason.
+  std::optional<std::string> open();
+  int fd() const { return fd_; }
+  // Writes all of `bytes` to the temporary file; false (with errno set) on failure.
+  bool write(std::string_view bytes);
+  // Makes the written bytes the content of `path`; the reason on failure.
+  std::optional<std::string> commit();
+
+  // "<name>: <reason>" for an error number, the form every failure here takes.
+  std::string describe(int error) const;
+
+ private:
+  std::filesystem::path path_;
+  std::string tempPath_;
+  int fd_ = -1;
+};
 
 // True for the names writeFileAtomically gives its temporary files.
 bool isAtomicWriteTemporaryName(std::string_view name);
