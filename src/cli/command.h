@@ -15,6 +15,10 @@
 #include <string_view>
 #include <vector>
 
+namespace vg {
+struct EditDocument;
+}
+
 namespace vg::cli {
 
 enum Exit : int { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
@@ -70,5 +74,9 @@ std::string_view versionString();
 // Reads the whole of FILE, or of stdin when path is absent or "-".
 // On failure writes "verdantglass-cli: cannot read FILE: reason" to io.err.
 std::optional<std::string> readInputText(const std::optional<std::string>& path, Io& io);
+
+// Reads FILE (stdin when absent or "-") as an edit recipe, decoded leniently.
+// On failure writes why to io.err and returns nothing.
+std::optional<EditDocument> readRecipeInput(const std::optional<std::string>& path, Io& io);
 
 }  // namespace vg::cli

@@ -9,13 +9,8 @@
 #include "model/json.h"
 
 namespace vg::cli {
-namespace {
 
-// The recipe named by the optional FILE argument (stdin when absent or "-"),
-// decoded leniently. On failure the message is written and nullopt returned.
-std::optional<EditDocument> readRecipe(const ParsedArgs& args, Io& io) {
-  std::optional<std::string> path;
-  if (!args.positionals.empty()) path = args.positionals[0];
+std::optional<EditDocument> readRecipeInput(const std::optional<std::string>& path, Io& io) {
   std::error_code ec;
   if (path && *path != "-" && std::filesystem::is_directory(*path, ec)) {
     io.err << "verdantglass-cli: cannot read " << *path << ": it is a folder\n";
@@ -36,6 +31,13 @@ std::optional<EditDocument> readRecipe(const ParsedArgs& args, Io& io) {
            << ": the top level is not a JSON object, so it is not an edit recipe\n";
   }
   return doc;
+}
+
+namespace {
+
+// The recipe named by the optional FILE argument.
+std::optional<EditDocument> readRecipe(const ParsedArgs& args, Io& io) {
+  return readRecipeInput(args.positionals.empty() ? std::nullopt : std::optional(args.positionals[0]), io);
 }
 
 int runNormalize(const ParsedArgs& args, Io& io) {

@@ -9,9 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "model/json.h"
-#include "render/lut_loader.h"
 #include "session/auto_mode.h"
-#include "store/lut_library.h"
+#include "session/lut_inspection.h"
 
 namespace vg {
 
@@ -176,21 +175,16 @@ bool applyPresetOp(EditScriptContext& c, std::string_view value) {
 
 bool applyLUTOp(EditScriptContext& c, std::string_view value) {
   auto [file, strength] = splitStrength(value);
-  LutLibrary library(c.session.lutFolder(), [](const std::filesystem::path& path) -> std::optional<std::string> {
-    LUTResult result = LUTLoader::load(path);
-    if (const auto* error = std::get_if<LUTError>(&result)) return error->description();
-    return std::nullopt;
-  });
+  LutLibrary library(c.session.lutFolder(), lutInspector());
   // A name of the LUT folder is used as it is; any other file is imported first.
-  std::optional<LutLibrary::Entry> entry;
-  if (file.find('/') == std::string::npos && library.resolve(file)) {
-    entry = LutLibrary::Entry{file, std::filesystem::path(file).stem().string()};
-  } else {
-    LutLibrary::ImportResult imported = library.import(file);
+  std::string filename = file;
+  if (file.find('/') != std::string::npos || !library.resolve(file)) {
+    LutLibrary::Result imported = library.import(file);
     if (!imported.entry) return failWith(c, imported.error);
-    entry = imported.entry;
+    filename = imported.entry->filename;
   }
-  c.session.applyLUT(AppliedLUT{entry->filename, entry->displayName, strength.value_or(100)});
+  const std::string displayName = std::filesystem::path(filename).stem().string();
+  c.session.applyLUT(AppliedLUT{filename, displayName, strength.value_or(100)});
   return true;
 }
 
