@@ -17,6 +17,7 @@ const std::vector<Command>& allCommands() {
     append(list, recipeCommands());
     append(list, infoCommands());
     append(list, presetCommands());
+    append(list, libraryCommands());
     append(list, batchCommands());
     append(list, exportCommands());
     append(list, renderCommands());

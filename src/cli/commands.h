@@ -14,6 +14,7 @@ std::vector<Command> curveCommands();
 std::vector<Command> recipeCommands();
 std::vector<Command> infoCommands();
 std::vector<Command> presetCommands();
+std::vector<Command> libraryCommands();
 std::vector<Command> batchCommands();
 std::vector<Command> exportCommands();
 std::vector<Command> renderCommands();
