@@ -53,7 +53,7 @@ TEST_F(AutoMaskSessionTest, ASkyArrivesAsTheSelectedLayerOfItsKindWithItsStep) {
   EXPECT_EQ(raster.at(24, 30), 0);
 }
 
-TEST_F(AutoMaskSessionTest, AResultForAReplacedDocumentIsDroppedWithItsName) {
+TEST_F(AutoMaskSessionTest, AResultForAReplacedDocumentOrAClosedSessionIsDropped) {
   auto session = openSession(twoColours(48, 32, 12, false, kBlue, kDark));
   session->setDocument(exposed(0.3));
   session->recordStep("曝光");
@@ -66,6 +66,15 @@ TEST_F(AutoMaskSessionTest, AResultForAReplacedDocumentIsDroppedWithItsName) {
   EXPECT_EQ(session->toast()->text, "编辑已变化，天空蒙版已丢弃");
   EXPECT_EQ(session->toast()->kind, ToastMessage::Kind::warning);
   EXPECT_TRUE(session->canRedo()) << "the history was not touched";
+
+  // A closed session drops its late result and starts nothing more.
+  session->generateAutoMask(AutoMaskSource::sky);
+  EXPECT_TRUE(session->close());
+  EXPECT_FALSE(session->generatingAutoMask());
+  settle();
+  EXPECT_TRUE(session->document().masks.empty());
+  session->setMagicWand(true, 20, 2);
+  EXPECT_FALSE(session->magicWandClick({0.5, 0.5}));
 }
 
 TEST_F(AutoMaskSessionTest, TheWandClickIsMappedThroughTheFlipToTheSourcePixel) {
@@ -117,17 +126,6 @@ TEST_F(AutoMaskSessionTest, AnUnusableModelFailsWithTheKindsTextAndChangesNothin
   EXPECT_TRUE(session->document().masks.empty());
   EXPECT_EQ(labels(*session), before);
   EXPECT_FALSE(session->generatingAutoMask());
-}
-
-TEST_F(AutoMaskSessionTest, ALateResultAfterClosingIsDropped) {
-  auto session = openSession(twoColours(48, 32, 12, false, kBlue, kDark));
-  session->generateAutoMask(AutoMaskSource::sky);
-  EXPECT_TRUE(session->close());
-  EXPECT_FALSE(session->generatingAutoMask());
-  settle();
-  EXPECT_TRUE(session->document().masks.empty());
-  session->setMagicWand(true, 20, 2);
-  EXPECT_FALSE(session->magicWandClick({0.5, 0.5}));
 }
 
 }  // namespace
