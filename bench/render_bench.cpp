@@ -16,6 +16,7 @@
 
 #include <cmath>
 
+#include "bench_recipes.h"
 #include "render/mask_rasterizer.h"
 #include "render/parallel.h"
 #include "render/render_engine.h"
@@ -23,6 +24,8 @@
 namespace {
 
 using namespace vg;
+using bench::heavyRecipe;
+using bench::pointRecipe;
 
 Image photo(int w, int h) {
   Image img(w, h);
@@ -40,37 +43,6 @@ Image photo(int w, int h) {
     }
   });
   return img;
-}
-
-EditDocument pointRecipe() {
-  EditDocument doc;
-  GlobalAdjustments& a = doc.adjustments;
-  a.exposure = 0.4; a.contrast = 15; a.highlights = -25; a.shadows = 30; a.whites = 8; a.blacks = -6;
-  a.temperature = 10; a.tint = 3; a.saturation = 12; a.vibrance = 20;
-  return doc;
-}
-
-EditDocument heavyRecipe() {
-  EditDocument doc = pointRecipe();
-  GlobalAdjustments& a = doc.adjustments;
-  a.texture = 20; a.clarity = 30; a.dehaze = 15; a.sharpen = 40; a.sharpenMasking = 30;
-  a.denoise = 20; a.colorDenoise = 25; a.defringe = 20;
-  a.vignetteAmount = 25; a.grainAmount = 15;
-  a.curves.rgb.points = {{0, 0.02}, {0.4, 0.45}, {1, 1}};
-  a.curves.red.points = {{0, 0}, {0.5, 0.52}, {1, 1}};
-  a.hsl.bands[1].saturation = 20;
-  a.hsl.bands[5].hue = -10;
-  a.splitToning = {40, 20, 210, 25, 10};
-  MaskLayer radial;
-  radial.kind = RadialMaskGeometry{{0.4, 0.45}, 0.25, 0.2, 15, 60, false};
-  radial.adjustments.exposure = 0.5;
-  radial.adjustments.saturation = 10;
-  MaskLayer linear;
-  linear.kind = LinearMaskGeometry{{0.5, 0.3}, 5, 0.4, 50, false};
-  linear.adjustments.exposure = -0.4;
-  linear.adjustments.dehaze = 10;
-  doc.masks = {radial, linear};
-  return doc;
 }
 
 MaskImages rasterise(const EditDocument& doc, const Image& src) {

@@ -4,10 +4,8 @@
 // moment the picture reaches the main thread (manual time).
 // - SessionCommitPointSlider24MP: a point-slider change committed, to its
 //   2400-pixel preview. Budget 16 ms.
-// - SessionCommitHeavyRecipe24MP: the same with the heavy recipe of
-//   render_bench.cpp (every slider, curves, HSL, split toning, clarity,
-//   texture, dehaze, sharpening with masking, vignette, grain, two masks).
-//   Budget 60 ms.
+// - SessionCommitHeavyRecipe24MP: the same with the heavy recipe
+//   (bench_recipes.h). Budget 60 ms.
 // - SessionViewport100Percent24MP: a 1600 x 1000 view at 100 % moved to a new
 //   place, to its full-resolution render. Budget 40 ms.
 // - SessionOpen24MP: opening the file, to its first preview. Budget 0.3 s.
@@ -20,6 +18,7 @@
 
 #include <unistd.h>
 
+#include "bench_recipes.h"
 #include "session/editor_session.h"
 #include "session/headless_host.h"
 #include "shared_files.h"
@@ -27,38 +26,9 @@
 namespace {
 
 using namespace vg;
+using bench::heavyRecipe;
+using bench::pointRecipe;
 using Clock = std::chrono::steady_clock;
-
-EditDocument pointRecipe(double exposure) {
-  EditDocument doc;
-  GlobalAdjustments& a = doc.adjustments;
-  a.exposure = exposure; a.contrast = 15; a.highlights = -25; a.shadows = 30; a.whites = 8; a.blacks = -6;
-  a.temperature = 10; a.tint = 3; a.saturation = 12; a.vibrance = 20;
-  return doc;
-}
-
-EditDocument heavyRecipe(double exposure) {
-  EditDocument doc = pointRecipe(exposure);
-  GlobalAdjustments& a = doc.adjustments;
-  a.texture = 20; a.clarity = 30; a.dehaze = 15; a.sharpen = 40; a.sharpenMasking = 30;
-  a.denoise = 20; a.colorDenoise = 25; a.defringe = 20;
-  a.vignetteAmount = 25; a.grainAmount = 15;
-  a.curves.rgb.points = {{0, 0.02}, {0.4, 0.45}, {1, 1}};
-  a.curves.red.points = {{0, 0}, {0.5, 0.52}, {1, 1}};
-  a.hsl.bands[1].saturation = 20;
-  a.hsl.bands[5].hue = -10;
-  a.splitToning = {40, 20, 210, 25, 10};
-  MaskLayer radial;
-  radial.kind = RadialMaskGeometry{{0.4, 0.45}, 0.25, 0.2, 15, 60, false};
-  radial.adjustments.exposure = 0.5;
-  radial.adjustments.saturation = 10;
-  MaskLayer linear;
-  linear.kind = LinearMaskGeometry{{0.5, 0.3}, 5, 0.4, 50, false};
-  linear.adjustments.exposure = -0.4;
-  linear.adjustments.dehaze = 10;
-  doc.masks = {radial, linear};
-  return doc;
-}
 
 // A scratch support folder, removed afterwards.
 struct ScratchFolder {
