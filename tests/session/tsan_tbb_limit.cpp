@@ -1,0 +1,21 @@
+// oneTBB is not built for ThreadSanitizer: TSan cannot see how a task passes
+// from the thread that made it to the worker that runs it, and reports every
+// such handoff as a data race. Under TSan the session tests therefore keep
+// oneTBB's parallel work on the thread that asks for it (one thread for the
+// whole process). The threads the session itself works with (the background
+// pool and the main queue) are still checked.
+#include "render/parallel.h"
+
+#if defined(__SANITIZE_THREAD__)
+#define VG_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VG_THREAD_SANITIZER 1
+#endif
+#endif
+
+#ifdef VG_THREAD_SANITIZER
+namespace {
+const vg::ScopedThreadLimit oneTBBThread(1);
+}  // namespace
+#endif
