@@ -15,6 +15,8 @@ pkg_check_modules(LIBRAW REQUIRED IMPORTED_TARGET libraw_r)
 pkg_check_modules(EXIV2 REQUIRED IMPORTED_TARGET exiv2)
 pkg_check_modules(DLIB REQUIRED IMPORTED_TARGET dlib-1)
 pkg_check_modules(LIBARCHIVE REQUIRED IMPORTED_TARGET libarchive)
+# The X connection the application reads the monitor profile (_ICC_PROFILE) through.
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
 
 # OpenCV from Debian's split packages (core, imgproc, dnn): the full
 # libopencv-dev that find_package(OpenCV) needs pulls in hundreds of packages.

@@ -46,6 +46,7 @@ packages=(
   # desktop application, its Chinese text and its screenshots
   qt6-base-dev
   qt6-base-dev-tools
+  libxcb1-dev
   libgl-dev
   fonts-wqy-microhei
   xvfb

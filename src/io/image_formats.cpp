@@ -96,6 +96,12 @@ bool isSupportedImage(const std::filesystem::path& path) {
   return imageKindForPath(path).has_value();
 }
 
+std::vector<std::string_view> supportedExtensions() {
+  std::vector<std::string_view> out;
+  for (const auto& e : kExtensions) out.push_back(e.extension);
+  return out;
+}
+
 std::string formatLabel(std::string_view extension) {
   if (const auto* e = find(extension)) return std::string(e->label);
   return {};

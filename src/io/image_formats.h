@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vg {
 
@@ -27,6 +28,10 @@ bool isSupportedImage(const std::filesystem::path& path);
 // (raf), "Olympus RAW" (orf), "Nikon RAW" (nef, nrw), "Panasonic RAW"
 // (rw2, raw) or "RAW" for every other RAW extension. Empty for unknown ones.
 std::string formatLabel(std::string_view extension);
+
+// Every extension the loader opens, lower-case, without the dot, in the
+// order above (file dialogs and the desktop entry list them).
+std::vector<std::string_view> supportedExtensions();
 
 // The lower-cased extension of a path, without the dot ("" when none).
 std::string lowerExtension(const std::filesystem::path& path);
