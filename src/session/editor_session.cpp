@@ -400,6 +400,11 @@ void EditorSession::setRedEyeManualMode(bool on) {
 
 // ---- Closing ------------------------------------------------------------------------------------
 
+bool EditorSession::flushEdits() {
+  if (closed_ || !saveScheduler_) return true;
+  return saveScheduler_->flush();
+}
+
 bool EditorSession::close() {
   if (closed_) return true;
   const bool stored = saveScheduler_ ? saveScheduler_->flush() : true;

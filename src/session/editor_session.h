@@ -404,6 +404,10 @@ class EditorSession {
   AsyncEditOperation<T>& operation(BusyFlag flag);
 
   // ---- Closing --------------------------------------------------------------------------
+  // Writes the newest document to its sidecar now, without closing (the
+  // application does this for every window before it quits, so a failure
+  // can still be answered by staying). True when it is safely stored.
+  bool flushEdits();
   // Flushes the sidecar (when the session persists) and cancels every
   // running task. True when the newest document is safely stored. Later
   // edits are ignored. Idempotent.
