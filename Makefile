@@ -1,7 +1,9 @@
 # Verdantglass build entry points. Every target installs what it needs first
 # (scripts/install-deps.sh is a quick no-op once the packages are there).
 #
-#   make run        build, then export the sample photograph (the main job)
+#   make run        build, then open the sample photograph in the editor window
+#                   (without a display: export it with the command-line tool)
+#   make screenshots  the window's main states under Xvfb into build/screenshots/
 #   make test       build and run every test through CTest
 #   make bench      build and run the benchmarks, then the peer comparison
 #   make bench-peers   only the whole-process comparison with peer tools
@@ -23,7 +25,7 @@ LAUNCHER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPIL
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := true
 
-.PHONY: deps configure build run test bench bench-peers test-asan test-tsan fuzz fuzz-run fuzz-all clean
+.PHONY: deps configure build run screenshots test bench bench-peers test-asan test-tsan fuzz fuzz-run fuzz-all clean
 
 deps:
 	@./scripts/install-deps.sh
@@ -36,17 +38,34 @@ configure: build/build.ninja
 build: deps configure
 	cmake --build build -j $(JOBS)
 
+# A display is usable when Wayland is there or DISPLAY names a local X
+# server whose socket exists (a remote DISPLAY is trusted as given).
+HAVE_DISPLAY = $(shell d="$$DISPLAY"; n=$$(echo "$$d" | sed 's/.*://; s/\..*//'); \
+  if [ -n "$$WAYLAND_DISPLAY" ]; then echo yes; \
+  elif [ -n "$$d" ] && { [ "$${d%%:*}" != "" ] || [ -S "/tmp/.X11-unix/X$$n" ]; }; then echo yes; fi)
+
 run: build
+ifeq ($(HAVE_DISPLAY),yes)
+	./build/bin/verdantglass samples/rocket.jpg
+else
+	@echo "No display found (DISPLAY/WAYLAND_DISPLAY): running the command-line export instead."
 	@mkdir -p out
 	@./build/bin/verdantglass-cli export samples/rocket.jpg --recipe samples/sample-recipe.json \
 	  -o out/rocket-edited.jpg >/dev/null
 	@echo "Exported samples/rocket.jpg through samples/sample-recipe.json to $(CURDIR)/out/rocket-edited.jpg"
+endif
+
+screenshots: build
+	@rm -rf build/screenshots && mkdir -p build/screenshots
+	xvfb-run -a -s "-screen 0 1680x1050x24" ./build/bin/vg_app_screenshots build/screenshots
+	@echo "Screenshots in $(CURDIR)/build/screenshots"
 
 test: build
 	cd build && ctest --output-on-failure -j $(JOBS) --timeout 600
 
 bench: build
 	./build/bin/vg_bench --benchmark_counters_tabular=true $(BENCH_ARGS)
+	QT_QPA_PLATFORM=offscreen ./build/bin/vg_app_bench --benchmark_counters_tabular=true
 	./bench/peers_compare.sh $(PEER_RUNS)
 
 # Only the whole-process comparison with the peer tools (export and batch).

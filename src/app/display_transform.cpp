@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 
+#include "render/color_profiles.h"
 #include "render/srgb.h"
 
 namespace vg::app {
@@ -24,11 +26,23 @@ std::string profileDescription(cmsHPROFILE profile) {
   return name.empty() ? std::string("ICC") : name;
 }
 
-// A curve table: entry i holds f(linear) for linear = (i / (N - 1))^2.
+// The curve table's index of a linear value in 0...1: the exponent above
+// 2^-20 and the top 8 bits of the mantissa (anything smaller is entry 0).
+inline uint32_t curveIndex(float v) {
+  uint32_t bits;
+  std::memcpy(&bits, &v, sizeof bits);
+  const int32_t e = int32_t(bits >> 23) - (127 - DisplayTransform::kOctaves);
+  if (e < 0) return 0;
+  return std::min<uint32_t>(uint32_t(e) * 256u + ((bits >> 15) & 255u), DisplayTransform::kCurveSize - 1);
+}
+
+// Entry i holds f at the middle of the values it stands for (entry 0: f(0)).
 void fillCurve(std::array<uint16_t, DisplayTransform::kCurveSize>& curve, const std::function<double(double)>& f) {
-  for (int i = 0; i < DisplayTransform::kCurveSize; ++i) {
-    const double t = double(i) / (DisplayTransform::kCurveSize - 1);
-    curve[size_t(i)] = uint16_t(std::lround(std::clamp(f(t * t), 0.0, 1.0) * 65535.0));
+  curve[0] = uint16_t(std::lround(std::clamp(f(0.0), 0.0, 1.0) * 65535.0));
+  for (int i = 1; i < DisplayTransform::kCurveSize; ++i) {
+    const int e = i / 256, m = i % 256;
+    const double v = std::ldexp(1.0 + (m + 0.5) / 256.0, e - DisplayTransform::kOctaves);
+    curve[size_t(i)] = uint16_t(std::lround(std::clamp(f(std::min(v, 1.0)), 0.0, 1.0) * 65535.0));
   }
 }
 
@@ -128,7 +142,6 @@ std::shared_ptr<const DisplayTransform> DisplayTransform::create(std::span<const
 }
 
 void DisplayTransform::encode(const float rgb[3], uint32_t e[3]) const {
-  constexpr float kScale = float(kCurveSize - 1);
   float v[3] = {rgb[0], rgb[1], rgb[2]};
   if (!identityMatrix_) {
     const float* m = matrix_.data();
@@ -137,7 +150,7 @@ void DisplayTransform::encode(const float rgb[3], uint32_t e[3]) const {
     v[1] = m[3] * r + m[4] * g + m[5] * b;
     v[2] = m[6] * r + m[7] * g + m[8] * b;
   }
-  for (int c = 0; c < 3; ++c) e[c] = curves_[size_t(c)][size_t(std::sqrt(clip01(v[c])) * kScale + 0.5f)];
+  for (int c = 0; c < 3; ++c) e[c] = curves_[size_t(c)][curveIndex(clip01(v[c]))];
   if (grid_.empty()) return;
 
   // Tetrahedral interpolation in the grid cube that holds (r, g, b).
@@ -174,24 +187,23 @@ void DisplayTransform::encode(const float rgb[3], uint32_t e[3]) const {
     e[c] = uint32_t(std::clamp(w0 * c000[c] + w1 * c1[c] + w2 * c2[c] + w3 * c111[c] + 0.5f, 0.f, 65535.f));
 }
 
-void DisplayTransform::convertRow(const float* src, int count, uint32_t* dst) const {
-  for (int i = 0; i < count; ++i, src += 4) {
+void DisplayTransform::convertRow(const float* src, int count, uint8_t* dst, int x, int y) const {
+  if (srgb_) {
+    encodeRow8(OutputEncoding::get(OutputColorSpace::sRGB), src, count, OutputChannels::rgba, x, y, true, dst);
+    return;
+  }
+  for (int i = 0; i < count; ++i, src += 4, dst += 4) {
     const float a = clip01(src[3]);
     if (a <= 0.f) {
-      dst[i] = 0;
+      std::memset(dst, 0, 4);
       continue;
     }
     const float inv = a < 1.f ? 1.f / a : 1.f;
     const float rgb[3] = {clip01(src[0] * inv), clip01(src[1] * inv), clip01(src[2] * inv)};
     uint32_t e[3];
     encode(rgb, e);
-    uint32_t r = to8(e[0]), g = to8(e[1]), b = to8(e[2]);
-    uint32_t a8 = 255;
-    if (a < 1.f) {
-      a8 = uint32_t(a * 255.f + 0.5f);
-      r = (r * a8 + 127) / 255, g = (g * a8 + 127) / 255, b = (b * a8 + 127) / 255;
-    }
-    dst[i] = (a8 << 24) | (r << 16) | (g << 8) | b;
+    for (int c = 0; c < 3; ++c) dst[c] = uint8_t(to8(e[c]));
+    dst[3] = uint8_t(a * 255.f + 0.5f);
   }
 }
 

@@ -76,7 +76,7 @@ ExportSheet::ExportSheet(fs::path source, ExportSheetValues initial, QWidget* pa
   auto* heading = new QLabel(QStringLiteral("导出“%1”").arg(QString::fromStdString(source_.filename().string())), this);
   QFont hf = heading->font();
   hf.setPointSizeF(hf.pointSizeF() * 1.2);
-  hf.setWeight(QFont::DemiBold);
+  hf.setWeight(QFont::Bold);
   heading->setFont(hf);
   layout->addWidget(heading);
 
@@ -119,7 +119,7 @@ ExportSheet::ExportSheet(fs::path source, ExportSheetValues initial, QWidget* pa
 
   auto* privacy = new QLabel(QStringLiteral("元数据与隐私"), this);
   QFont pf = privacy->font();
-  pf.setWeight(QFont::DemiBold);
+  pf.setWeight(QFont::Bold);
   privacy->setFont(pf);
   layout->addSpacing(4);
   layout->addWidget(privacy);

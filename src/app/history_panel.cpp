@@ -12,7 +12,13 @@ namespace vg::app {
 
 HistoryPanel::HistoryPanel(QWidget* parent) : QWidget(parent) {
   auto* layout = new QVBoxLayout(this);
-  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setContentsMargins(0, 8, 0, 0);
+  auto* title = new QLabel(QStringLiteral("历史"), this);
+  QFont f = title->font();
+  f.setWeight(QFont::Bold);
+  title->setFont(f);
+  title->setContentsMargins(12, 0, 0, 4);
+  layout->addWidget(title);
   list_ = new QTreeWidget(this);
   list_->setColumnCount(2);
   list_->setHeaderHidden(true);
@@ -23,6 +29,7 @@ HistoryPanel::HistoryPanel(QWidget* parent) : QWidget(parent) {
   list_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
   list_->setAccessibleName(QStringLiteral("历史"));
   list_->setFrameShape(QFrame::NoFrame);
+  list_->setStyleSheet("QTreeWidget::item { padding: 5px 6px; }");
   layout->addWidget(list_);
   connect(list_, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item, int) {
     const int row = list_->indexOfTopLevelItem(item);

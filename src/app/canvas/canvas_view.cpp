@@ -146,6 +146,11 @@ void CanvasView::drawPicture(QPainter& p, const CanvasPicture& picture, const Vi
   const ViewPoint b = vp.toView({picture.imageRect.x + picture.imageRect.width,
                                  picture.imageRect.y + picture.imageRect.height});
   const QRectF target(a.x, a.y, b.x - a.x, b.y - a.y);
+  if (std::abs(target.width() - picture.image.width()) < 1 && std::abs(target.height() - picture.image.height()) < 1) {
+    // Made at the size it is shown: a plain copy at whole pixels.
+    p.drawImage(QPointF(std::round(target.x()), std::round(target.y())), picture.image);
+    return;
+  }
   // Smooth when the picture is shrunk or mildly enlarged; pixels stay crisp
   // from 200 % on, where a photographer inspects single pixels.
   const bool smooth = target.width() < picture.image.width() * 2.0;
@@ -187,6 +192,8 @@ void CanvasView::paintEvent(QPaintEvent*) {
   } else {
     drawPicture(p, picture_, viewport_);
     drawPicture(p, detail_, viewport_);
+    paintedGeneration_ = picture_.generation;
+    if (detail_.valid()) paintedDetailGeneration_ = detail_.generation;
     if (splitCompare_ && original_.valid()) {
       const double x = dividerX();
       p.save();

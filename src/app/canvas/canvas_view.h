@@ -66,6 +66,10 @@ class CanvasView : public QWidget {
   bool hasPicture() const { return picture_.valid(); }
   bool showsOriginal() const { return showOriginal_; }
   bool splitCompare() const { return splitCompare_; }
+  // Generations of the picture and of the detail the last paint drew
+  // (benchmarks and tests wait on them).
+  uint64_t paintedGeneration() const { return paintedGeneration_; }
+  uint64_t paintedDetailGeneration() const { return paintedDetailGeneration_; }
 
  signals:
   void viewportChanged();
@@ -107,6 +111,8 @@ class CanvasView : public QWidget {
   Drag drag_ = Drag::none;
   CanvasOverlay* dragOverlay_ = nullptr;
   ViewPoint lastPointer_;
+  uint64_t paintedGeneration_ = 0;
+  uint64_t paintedDetailGeneration_ = 0;
 };
 
 }  // namespace vg::app

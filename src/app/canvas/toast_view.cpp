@@ -83,7 +83,10 @@ ToastView::ToastView(QWidget* parent) : QWidget(parent) {
   button_ = new QPushButton(this);
   button_->setFlat(true);
   button_->setCursor(Qt::PointingHandCursor);
-  button_->setStyleSheet("QPushButton { color: #8ab4ff; font-weight: 600; border: none; padding: 2px 6px; }");
+  QFont bold = button_->font();
+  bold.setWeight(QFont::Bold);
+  button_->setFont(bold);
+  button_->setStyleSheet("QPushButton { color: #8ab4ff; border: none; padding: 2px 6px; }");
   button_->hide();
   layout->addWidget(button_);
   connect(button_, &QPushButton::clicked, this, [this] {
@@ -129,7 +132,9 @@ void ToastView::reposition() {
   QWidget* parent = parentWidget();
   if (!parent) return;
   const QFontMetrics m(font());
-  const int textWidth = std::min(kMaxTextWidth, m.horizontalAdvance(text_));
+  // A few pixels of slack: the advance of mixed Latin and Chinese text can
+  // come out a little short of what drawing it takes.
+  const int textWidth = std::min(kMaxTextWidth, m.horizontalAdvance(text_) + 6);
   const QRect textBox = m.boundingRect(QRect(0, 0, textWidth, 1000), Qt::TextWordWrap, text_);
   auto* layout = static_cast<QHBoxLayout*>(this->layout());
   layout->setContentsMargins(kPad + kIcon + 10 + textWidth, 6, kPad, 6);

@@ -16,7 +16,12 @@ CollapsibleSection::CollapsibleSection(QString key, const QString& title, QWidge
   header_->setArrowType(Qt::DownArrow);
   header_->setAutoRaise(true);
   header_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-  header_->setStyleSheet("QToolButton { font-weight: 600; padding: 6px 4px; text-align: left; }");
+  // Weight through the font, not a style sheet: only then is bold synthesised
+  // for Chinese faces that have no bold of their own.
+  QFont bold = header_->font();
+  bold.setWeight(QFont::Bold);
+  header_->setFont(bold);
+  header_->setStyleSheet("QToolButton { padding: 6px 4px; text-align: left; }");
   header_->setAccessibleName(title);
   layout->addWidget(header_);
   body_ = new QWidget(this);

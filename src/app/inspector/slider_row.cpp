@@ -1,5 +1,7 @@
 #include "app/inspector/slider_row.h"
 
+#include "app/inspector/track_slider.h"
+
 #include <QAbstractSpinBox>
 #include <QDoubleSpinBox>
 #include <QEvent>
@@ -32,8 +34,10 @@ SliderRow::SliderRow(SliderSpec spec, QWidget* parent)
   box_->setKeyboardTracking(false);
   box_->setFixedWidth(56);
   box_->setAccessibleName(spec_.label);
-  slider_ = new QSlider(Qt::Horizontal, this);
+  slider_ = new TrackSlider(this);
   slider_->setRange(0, std::max(1, int(std::lround((spec_.max - spec_.min) / spec_.step))));
+  slider_->setOrigin(toPosition(spec_.defaultValue));
+  slider_->setTrack(spec_.track);
   slider_->setFocusPolicy(Qt::StrongFocus);
   slider_->setAccessibleName(spec_.label);
   slider_->installEventFilter(this);
@@ -84,6 +88,8 @@ void SliderRow::setValue(double value) {
   slider_->setValue(toPosition(value));
   box_->setValue(value);
 }
+
+QSlider* SliderRow::slider() const { return slider_; }
 
 bool SliderRow::dragging() const { return slider_->isSliderDown(); }
 

@@ -11,11 +11,17 @@
 // changes a value by accident.
 #pragma once
 
+#include <QColor>
 #include <QString>
 #include <QWidget>
+#include <vector>
 
 class QLabel;
 class QSlider;
+
+namespace vg::app {
+class TrackSlider;
+}
 class QDoubleSpinBox;
 
 namespace vg::app {
@@ -29,6 +35,7 @@ struct SliderSpec {
   double defaultValue = 0;
   double step = 1;
   int decimals = 0;
+  std::vector<QColor> track;  // a colour track (track_slider.h); empty for the plain one
 };
 
 class SliderRow : public QWidget {
@@ -40,7 +47,7 @@ class SliderRow : public QWidget {
   // Shows `value` without emitting anything (the document changed elsewhere).
   void setValue(double value);
   double value() const { return value_; }
-  QSlider* slider() const { return slider_; }
+  QSlider* slider() const;
   // True between the press and the release of a drag.
   bool dragging() const;
 
@@ -59,7 +66,7 @@ class SliderRow : public QWidget {
   SliderSpec spec_;
   double value_;
   QLabel* label_;
-  QSlider* slider_;
+  TrackSlider* slider_;
   QDoubleSpinBox* box_;
 };
 
