@@ -8,11 +8,11 @@
 
 #include "app/editor_window.h"
 #include "app/file_drop.h"
-#include "app/recent_images.h"
 #include "app/welcome_view.h"
 #include "app/welcome_window.h"
 #include "render/render_engine.h"
 #include "store/edit_store.h"
+#include "store/recent_images.h"
 #include "store/support_folder.h"
 
 namespace vg::app {
@@ -33,6 +33,21 @@ bool askQuitAnyway(QWidget* parent, const QStringList& failed) {
   return box.clickedButton() == quit;
 }
 
+// The recent images as the settings keep them: a list of absolute paths.
+constexpr const char* kRecentImagesKey = "recentImages";
+
+RecentImages loadRecentImages(const QSettings& settings) {
+  std::vector<std::string> stored;
+  for (const QString& entry : settings.value(kRecentImagesKey).toStringList()) stored.push_back(entry.toStdString());
+  return RecentImages(stored);
+}
+
+void storeRecentImages(QSettings& settings, const RecentImages& recent) {
+  QStringList list;
+  for (const std::string& entry : recent.toStrings()) list << QString::fromStdString(entry);
+  settings.setValue(kRecentImagesKey, list);
+}
+
 fs::path canonicalOrAbsolute(const fs::path& p) {
   std::error_code ec;
   fs::path c = fs::weakly_canonical(p, ec);
@@ -51,7 +66,6 @@ Application::Application(EditStore* store, QObject* parent)
   services_.reset(new AppServices{main_, pool_, store ? *store : EditStore::shared(),
                                   std::make_shared<RenderEngine>(support / "LUTs"), support, display.transform,
                                   display.source, settings_});
-  recent_ = std::make_unique<RecentImages>(settings_);
   QApplication::setQuitOnLastWindowClosed(false);
 }
 
@@ -96,7 +110,9 @@ void Application::openFiles(const std::vector<fs::path>& files) {
 void Application::adopt(EditorWindow* window) {
   windows_.push_back(window);
   connect(window, &EditorWindow::opened, this, [this](EditorWindow* w) {
-    recent_->noteOpened(w->image());
+    RecentImages recent = loadRecentImages(settings_);
+    recent.noteOpened(w->image());
+    storeRecentImages(settings_, recent);
     if (welcome_) welcome_->hide();
     emit windowOpened(w);
   });
@@ -131,7 +147,9 @@ void Application::showWelcome() {
 }
 
 void Application::refreshWelcome() {
-  const std::vector<fs::path> images = recent_->list();
+  RecentImages recent = loadRecentImages(settings_);
+  if (recent.pruneMissing()) storeRecentImages(settings_, recent);
+  const std::vector<fs::path> images = recent.images();
   welcome_->view()->setRecentImages(images);
   QPointer<WelcomeView> view(welcome_->view());
   auto display = services_->display;

@@ -34,7 +34,6 @@ class RenderEngine;
 namespace vg::app {
 
 class EditorWindow;
-class RecentImages;
 class WelcomeWindow;
 
 // What every editor window is built with.
@@ -73,7 +72,6 @@ class Application : public QObject {
   const std::vector<EditorWindow*>& windows() const { return windows_; }
   WelcomeWindow* welcome() const { return welcome_; }
   EditorWindow* windowFor(const std::filesystem::path& image) const;
-  RecentImages& recent() { return *recent_; }
 
  signals:
   void windowOpened(vg::app::EditorWindow* window);
@@ -88,7 +86,6 @@ class Application : public QObject {
   QtMainExecutor main_;
   ThreadPool pool_;
   std::unique_ptr<AppServices> services_;
-  std::unique_ptr<RecentImages> recent_;
   WelcomeWindow* welcome_ = nullptr;
   std::vector<EditorWindow*> windows_;
   QuitQuestion quitQuestion_;

@@ -1,6 +1,6 @@
-// State the inspector and the welcome window keep: fold states shared
-// through the session, the clipping indicators' thresholds, the recent list,
-// and the sharp detail drawn at 100 % in the right place of a cropped frame.
+// State the inspector keeps: fold states shared through the session, the
+// clipping indicators' thresholds, and the sharp detail drawn at 100 % in
+// the right place of a cropped frame.
 #include <gtest/gtest.h>
 
 #include <QAction>
@@ -14,7 +14,6 @@
 #include "app/inspector/collapsible_section.h"
 #include "app/inspector/histogram_view.h"
 #include "app/inspector/mask_panel.h"
-#include "app/recent_images.h"
 #include "app_test_support.h"
 #include "store/edit_store.h"
 #include "support/test_support.h"
@@ -38,30 +37,6 @@ TEST(HistogramView, ClippingIndicatorsShowAboveTheirThresholdsOnly) {
   view.setBins(bins);
   EXPECT_TRUE(view.shadowText().isEmpty());
   EXPECT_EQ(view.highlightText(), QStringLiteral("高光裁切 12.3%（压低高光/白色滑杆）"));
-}
-
-TEST(RecentImages, NewestFirstWithoutDuplicatesOrMissingFiles) {
-  vg::test::TempDir dir;
-  QSettings settings(QString::fromStdString((dir / "s.conf").string()), QSettings::IniFormat);
-  RecentImages recent(settings);
-  std::vector<fs::path> files;
-  for (int i = 0; i < RecentImages::kMax + 3; ++i) {
-    files.push_back(dir / ("p" + std::to_string(i) + ".jpg"));
-    vg::test::writeFile(files.back(), "x");
-    recent.noteOpened(files.back());
-  }
-  recent.noteOpened(files[5]);  // opened again: to the front
-  auto list = recent.list();
-  ASSERT_EQ(list.size(), size_t(RecentImages::kMax));
-  EXPECT_EQ(list[0], files[5]);
-  EXPECT_EQ(list[1], files.back());
-  EXPECT_EQ(std::count(list.begin(), list.end(), files[5]), 1);
-  fs::remove(files.back());
-  list = recent.list();
-  EXPECT_EQ(list.size(), size_t(RecentImages::kMax - 1));
-  EXPECT_EQ(list[1], files[files.size() - 2]);
-  recent.clear();
-  EXPECT_TRUE(recent.list().empty());
 }
 
 using WindowStateTest = test::AppFixture;
