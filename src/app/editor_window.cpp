@@ -306,6 +306,10 @@ void EditorWindow::connectPanel(AdjustPanel* panel) {
     session_->armSampling(SamplingMode{SamplingMode::Kind::whiteBalance,
                                        global ? std::nullopt : session_->selectedMaskID()});
   });
+  if (global)
+    connect(panel, &AdjustPanel::autoAdjustRequested, this, [this](AutoMode mode) {
+      if (session_) session_->autoAdjust(mode);
+    });
   panels_.push_back(panel);
 }
 
@@ -362,6 +366,7 @@ void EditorWindow::onChange(Change change) {
       if (session_->showExportSheet()) showExportSheet();
       break;
     case Change::busy:
+      adjust_->setAutoAdjusting(session_->autoAdjusting());
       crop_->refresh(session_->document(), session_->detectingHorizon());
       heal_->refresh(session_->document(), session_->healing());
       refreshStatus();

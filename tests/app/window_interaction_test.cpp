@@ -7,6 +7,7 @@
 #include <QAction>
 #include <QComboBox>
 #include <QApplication>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
@@ -171,6 +172,33 @@ TEST_F(WindowInteractionTest, ResetAllAsksFirstAndCanBeUndone) {
   EXPECT_FALSE(w->actions()->action(ActionId::resetAll)->isEnabled());
   w->actions()->action(ActionId::undo)->trigger();
   EXPECT_EQ(s.document().adjustments.exposure, 1.5);
+}
+
+TEST_F(WindowInteractionTest, AutomaticAdjustmentRunsTheChosenStyleAsOneUndoStep) {
+  EditorWindow* w = open(twoTones(), 1000, 700);
+  ASSERT_TRUE(w);
+  EditorSession& s = *w->session();
+  QToolButton* button = w->adjustPanel()->autoAdjustButton();
+  EXPECT_EQ(button->text(), QStringLiteral("自动调整：均衡"));
+  QAction* night = nullptr;
+  for (QAction* a : button->menu()->actions())
+    if (a->text().startsWith(QStringLiteral("夜景\t"))) night = a;
+  ASSERT_TRUE(night);
+  const size_t steps = s.history().entries().size();
+  night->trigger();  // chooses the style and runs it
+  EXPECT_EQ(button->text(), QStringLiteral("自动调整：夜景"));
+  EXPECT_EQ(button->isEnabled(), !s.autoAdjusting());
+  ASSERT_TRUE(waitUntil([&] { return s.history().entries().size() == steps + 1; }));
+  EXPECT_EQ(s.history().entries().back().label, "自动调整：夜景");
+  EXPECT_TRUE(button->isEnabled());
+  EXPECT_EQ(w->toastView()->text(), QStringLiteral("已应用「夜景」自动调整"));
+  EXPECT_FALSE(s.document().adjustments == GlobalAdjustments{});
+  w->actions()->action(ActionId::undo)->trigger();
+  EXPECT_TRUE(s.document().adjustments == GlobalAdjustments{});
+  button->click();  // the main part runs the chosen style again
+  ASSERT_TRUE(waitUntil([&] { return !(s.document().adjustments == GlobalAdjustments{}); }));
+  EXPECT_EQ(s.history().entries().size(), steps + 1);
+  EXPECT_EQ(s.history().entries().back().label, "自动调整：夜景");
 }
 
 TEST_F(WindowInteractionTest, AnExportOntoTheSourceIsRefusedWithItsReason) {

@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -77,6 +78,25 @@ AdjustPanel::AdjustPanel(RecordIn<GlobalAdjustments> target, Options options, QW
     : InspectorPanel(parent), target_(std::move(target)) {
   const auto& table = adjustmentFields();
   if (options.wholePicture) {
+    auto_ = new QToolButton(this);
+    auto_->setPopupMode(QToolButton::MenuButtonPopup);
+    auto_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    auto_->setToolTip(qtext(kAutoModeChooserTitle));
+    auto* menu = new QMenu(auto_);
+    menu->addSection(qtext(kAutoModeChooserTitle));
+    for (const AutoModeInfo& m : autoModes()) {
+      // The description sits in the menu's second column.
+      QAction* a = menu->addAction(qtext(m.label) + QLatin1Char('\t') + qtext(m.description));
+      connect(a, &QAction::triggered, this, [this, mode = m.mode] {
+        chooseAutoMode(mode);
+        emit autoAdjustRequested(mode);
+      });
+    }
+    auto_->setMenu(menu);
+    connect(auto_, &QToolButton::clicked, this, [this] { emit autoAdjustRequested(autoMode_); });
+    columnLayout()->addWidget(auto_);
+    chooseAutoMode(AutoMode::balanced);
+
     CollapsibleSection* s = addSection("histogram", QStringLiteral("直方图"));
     histogram_ = new HistogramView(s->contentWidget());
     addWidget(s, histogram_);
@@ -192,6 +212,15 @@ AdjustPanel::AdjustPanel(RecordIn<GlobalAdjustments> target, Options options, QW
     raw_->hide();
   }
   finishLayout();
+}
+
+void AdjustPanel::chooseAutoMode(AutoMode mode) {
+  autoMode_ = mode;
+  auto_->setText(QString::fromStdString(autoAdjustButtonTitle(mode)));
+}
+
+void AdjustPanel::setAutoAdjusting(bool busy) {
+  if (auto_) auto_->setEnabled(!busy);
 }
 
 void AdjustPanel::showHslProperty(int index) {

@@ -1,5 +1,6 @@
 // AdjustPanel: the inspector of the adjust tool, generated from the model's
-// field tables. Sections, top to bottom: the histogram with its clipping
+// field tables. Top to bottom: the automatic adjustment button (a click runs
+// the chosen style, its menu chooses another and runs it); the histogram with its clipping
 // indicators; light; colour (with the white-balance picker); presence;
 // detail; effects; black and white; curves; HSL; split toning; and for the
 // whole picture lens correction and, for camera RAW files, RAW development
@@ -16,6 +17,7 @@
 
 #include "app/inspector/inspector_panel.h"
 #include "io/image_loader.h"
+#include "session/auto_mode.h"
 
 class QButtonGroup;
 class QComboBox;
@@ -49,14 +51,23 @@ class AdjustPanel : public InspectorPanel {
   CurvesEditor* curves() const { return curves_; }
   QToolButton* whiteBalancePicker() const { return picker_; }
   QComboBox* decoderMenu() const { return decoder_; }
+  QToolButton* autoAdjustButton() const { return auto_; }
+  AutoMode autoMode() const { return autoMode_; }
+  // While an automatic adjustment runs the button waits.
+  void setAutoAdjusting(bool busy);
   // Shows the HSL sliders of one property (hue, saturation, luminance).
   void showHslProperty(int index);
 
  signals:
   void whiteBalanceSamplingRequested();
+  void autoAdjustRequested(vg::AutoMode mode);
 
  private:
+  void chooseAutoMode(AutoMode mode);
+
   RecordIn<GlobalAdjustments> target_;
+  QToolButton* auto_ = nullptr;
+  AutoMode autoMode_ = AutoMode::balanced;
   HistogramView* histogram_ = nullptr;
   CurvesEditor* curves_ = nullptr;
   QToolButton* picker_ = nullptr;
