@@ -1,7 +1,8 @@
 // The HEIF decoder (container, primary image or a thumbnail of it, colour,
 // Exif block) on arbitrary bytes: DecodeError, or a non-empty image of
 // finite values with alpha in [0, 1], called opaque exactly when every alpha
-// is 1, no larger than the primary image, and the same Exif block
+// is 1, smaller than the primary image when it is a thumbnail and the
+// primary's full size when none was asked for, and the same Exif block
 // heifExifBlock() finds without decoding.
 #include <algorithm>
 #include <cmath>
@@ -27,6 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(image.width() >= 1 && image.height() >= 1, "a decoded image has pixels");
     check(std::max(image.width(), image.height()) <= std::max(d.decoded.fullWidth, d.decoded.fullHeight),
           "a thumbnail is no larger than the primary image");
+    check(minLongSide > 0 || (image.width() == d.decoded.fullWidth && image.height() == d.decoded.fullHeight),
+          "the full decode has the full size");
     for (int y = 0; y < image.height(); ++y) {
       const float* p = image.row(y);
       for (int x = 0; x < image.width(); ++x, p += 4) {

@@ -142,8 +142,10 @@ HandleColor colorOf(heif_image_handle* handle, const SourceFormat& format) {
 }
 
 // The smallest thumbnail of the primary image whose longer side reaches
-// minLongSide, or nothing.
-std::unique_ptr<heif_image_handle, HandleDeleter> thumbnailFor(heif_image_handle* primary, double minLongSide) {
+// minLongSide and stays below fullSide (a "thumbnail" as large as the
+// image saves nothing), or nothing.
+std::unique_ptr<heif_image_handle, HandleDeleter> thumbnailFor(heif_image_handle* primary, double minLongSide,
+                                                               int fullSide) {
   std::unique_ptr<heif_image_handle, HandleDeleter> best;
   if (!(minLongSide > 0)) return best;
   const int count = heif_image_handle_get_number_of_thumbnails(primary);
@@ -156,12 +158,53 @@ std::unique_ptr<heif_image_handle, HandleDeleter> thumbnailFor(heif_image_handle
     if (heif_image_handle_get_thumbnail(primary, ids[size_t(i)], &thumb).code != heif_error_Ok || !thumb) continue;
     std::unique_ptr<heif_image_handle, HandleDeleter> owned(thumb);
     const int side = std::max(heif_image_handle_get_width(thumb), heif_image_handle_get_height(thumb));
-    if (double(side) >= minLongSide && (!best || side < bestSide)) {
+    if (double(side) >= minLongSide && side < fullSide && (!best || side < bestSide)) {
       best = std::move(owned);
       bestSide = side;
     }
   }
   return best;
+}
+
+// The pixels of one image handle as libheif decodes them, with how to read them.
+struct Pixels {
+  std::unique_ptr<heif_image, ImageDeleter> image;
+  const uint8_t* plane = nullptr;
+  int stride = 0;
+  int width = 0;
+  int height = 0;
+  SourceFormat format;
+};
+
+Pixels decodePixels(heif_image_handle* handle, size_t fileSize) {
+  decode_limits::check(heif_image_handle_get_width(handle), heif_image_handle_get_height(handle), fileSize);
+  const bool alpha = heif_image_handle_has_alpha_channel(handle) != 0;
+  const int lumaBits = heif_image_handle_get_luma_bits_per_pixel(handle);
+  const bool deep = lumaBits > 8;
+  const heif_chroma chroma = deep ? (alpha ? heif_chroma_interleaved_RRGGBBAA_LE : heif_chroma_interleaved_RRGGBB_LE)
+                                  : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
+  std::unique_ptr<heif_decoding_options, OptionsDeleter> options(heif_decoding_options_alloc());
+  heif_image* raw = nullptr;
+  check(heif_decode_image(handle, &raw, heif_colorspace_RGB, chroma, options.get()), "cannot decode");
+  Pixels p;
+  p.image.reset(raw);
+
+  p.width = heif_image_get_width(raw, heif_channel_interleaved);
+  p.height = heif_image_get_height(raw, heif_channel_interleaved);
+  decode_limits::check(p.width, p.height, fileSize);
+  p.plane = heif_image_get_plane_readonly(raw, heif_channel_interleaved, &p.stride);
+  if (!p.plane || p.stride <= 0) throw DecodeError("HEIF: decoded image has no pixels");
+
+  p.format.model = ColorModel::rgb;
+  p.format.hasAlpha = alpha;
+  p.format.alphaAssociated = alpha && heif_image_is_premultiplied_alpha(raw);
+  if (deep) {
+    int bits = heif_image_get_bits_per_pixel_range(raw, heif_channel_interleaved);
+    p.format.type = SampleType::u16;
+    p.format.bitDepth = std::clamp(bits, 9, 16);
+  }
+  if (size_t(p.stride) < p.format.bytesPerPixel() * size_t(p.width)) throw DecodeError("HEIF: short rows");
+  return p;
 }
 
 }  // namespace
@@ -174,58 +217,45 @@ std::vector<uint8_t> heifExifBlock(std::span<const uint8_t> bytes) {
 HeifDecoded decodeHeif(std::span<const uint8_t> bytes, double minLongSide) {
   Opened o = openPrimary(bytes);
   heif_image_handle* primary = o.handle.get();
-  const int fullWidth = heif_image_handle_get_width(primary);
-  const int fullHeight = heif_image_handle_get_height(primary);
-  decode_limits::check(fullWidth, fullHeight, bytes.size());
+  const int declaredWidth = heif_image_handle_get_width(primary);
+  const int declaredHeight = heif_image_handle_get_height(primary);
+  decode_limits::check(declaredWidth, declaredHeight, bytes.size());
+  const int declaredSide = std::max(declaredWidth, declaredHeight);
   // A big enough thumbnail stands in for the primary image; everything but
-  // the pixels (colour-space label, size, Exif) is still the primary's.
-  auto thumbnail = thumbnailFor(primary, minLongSide);
-  heif_image_handle* handle = thumbnail ? thumbnail.get() : primary;
-  decode_limits::check(heif_image_handle_get_width(handle), heif_image_handle_get_height(handle), bytes.size());
-
-  const bool alpha = heif_image_handle_has_alpha_channel(handle) != 0;
-  const int lumaBits = heif_image_handle_get_luma_bits_per_pixel(handle);
-  const bool deep = lumaBits > 8;
-  const heif_chroma chroma = deep ? (alpha ? heif_chroma_interleaved_RRGGBBAA_LE : heif_chroma_interleaved_RRGGBB_LE)
-                                  : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
-  std::unique_ptr<heif_decoding_options, OptionsDeleter> options(heif_decoding_options_alloc());
-  heif_image* raw = nullptr;
-  check(heif_decode_image(handle, &raw, heif_colorspace_RGB, chroma, options.get()), "cannot decode");
-  std::unique_ptr<heif_image, ImageDeleter> image(raw);
-
-  const int width = heif_image_get_width(raw, heif_channel_interleaved);
-  const int height = heif_image_get_height(raw, heif_channel_interleaved);
-  decode_limits::check(width, height, bytes.size());
-  int stride = 0;
-  const uint8_t* plane = heif_image_get_plane_readonly(raw, heif_channel_interleaved, &stride);
-  if (!plane || stride <= 0) throw DecodeError("HEIF: decoded image has no pixels");
-
-  SourceFormat format;
-  format.model = ColorModel::rgb;
-  format.hasAlpha = alpha;
-  format.alphaAssociated = alpha && heif_image_is_premultiplied_alpha(raw);
-  if (deep) {
-    int bits = heif_image_get_bits_per_pixel_range(raw, heif_channel_interleaved);
-    format.type = SampleType::u16;
-    format.bitDepth = std::clamp(bits, 9, 16);
+  // the pixels (colour-space label, size, Exif) is still the primary's. One
+  // that does not decode, or decodes no smaller than the primary says it
+  // is, is passed over for the primary.
+  auto thumbnail = thumbnailFor(primary, minLongSide, declaredSide);
+  std::optional<Pixels> pixels;
+  if (thumbnail) {
+    try {
+      pixels = decodePixels(thumbnail.get(), bytes.size());
+    } catch (const DecodeError&) {
+    }
+    if (!pixels || std::max(pixels->width, pixels->height) >= declaredSide) {
+      pixels.reset();
+      thumbnail.reset();
+    }
   }
-  if (size_t(stride) < format.bytesPerPixel() * size_t(width)) throw DecodeError("HEIF: short rows");
+  if (!pixels) pixels = decodePixels(primary, bytes.size());
+  const SourceFormat& format = pixels->format;
 
   HandleColor primaryColor = colorOf(primary, format);
   std::optional<InputColor> color;
-  if (thumbnail) color = colorOf(handle, format).color;  // a thumbnail's own profile, when it has one
+  if (thumbnail) color = colorOf(thumbnail.get(), format).color;  // a thumbnail's own profile, when it has one
   if (!color) color = std::move(primaryColor.color);
   if (!color) color.emplace(InputColor::fromIcc({}, format));
 
   HeifDecoded out;
-  UprightWriter writer(width, height, 1, *color);
-  writer.writeAll(plane, size_t(stride));
+  UprightWriter writer(pixels->width, pixels->height, 1, *color);
+  writer.writeAll(pixels->plane, size_t(pixels->stride));
   out.decoded.image = writer.take();
   out.decoded.opaque = writer.opaque();
   out.decoded.profileName = primaryColor.label;
   out.decoded.colorModel = "RGB";
-  out.decoded.fullWidth = fullWidth;
-  out.decoded.fullHeight = fullHeight;
+  // The primary's coded size wins over a header that disagrees with it.
+  out.decoded.fullWidth = thumbnail ? declaredWidth : pixels->width;
+  out.decoded.fullHeight = thumbnail ? declaredHeight : pixels->height;
   out.exif = exifOf(primary);
   return out;
 }

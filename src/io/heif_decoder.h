@@ -10,8 +10,12 @@
 // Reduced decode: when minLongSide is a positive number, the smallest
 // thumbnail of the primary image whose longer side reaches it is decoded
 // instead (with its own transforms, and its own colour profile when it has
-// one, else the primary's); without one the primary is decoded. The
-// profile name, full size and Exif are always the primary image's.
+// one, else the primary's); without one the primary is decoded. A
+// thumbnail that is not smaller than the primary, or does not decode, is
+// passed over. The profile name, full size and Exif are always the primary
+// image's; the full size is the size the primary decodes to (a container
+// that declares another is not believed), or its declared size when a
+// thumbnail stood in.
 // Throws DecodeError.
 #pragma once
 

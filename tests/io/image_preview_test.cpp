@@ -203,6 +203,41 @@ TEST(LoadPreview, HeifUsesAThumbnailOnlyWhenItReachesTheLimit) {
   EXPECT_GT(topLeft[0], 4 * topLeft[1]);
 }
 
+// Rewrites the image-size property (ispe) that says width × height.
+void redeclareSize(std::vector<uint8_t>& heic, uint32_t width, uint32_t height, uint32_t newWidth,
+                   uint32_t newHeight) {
+  auto be32 = [](uint32_t v) {
+    return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+  };
+  const std::string box = "ispe" + std::string(4, '\0');
+  const std::string old = box + be32(width) + be32(height), now = box + be32(newWidth) + be32(newHeight);
+  std::string bytes(heic.begin(), heic.end());
+  const size_t at = bytes.find(old);
+  if (at == std::string::npos) throw std::logic_error("no ispe of that size");
+  bytes.replace(at, old.size(), now);
+  heic.assign(bytes.begin(), bytes.end());
+}
+
+// Containers may declare sizes their coded images do not have; the pixels win.
+TEST(LoadPreview, HeifBelievesTheCodedSizesOverTheDeclaredOnes) {
+  test::TempDir dir;
+  auto bytes = heicWithThumbnail();
+  redeclareSize(bytes, 512, 384, 100, 75);  // the primary
+  redeclareSize(bytes, 128, 96, 64, 48);    // the thumbnail, still smaller than the primary says it is
+  test::writeFile(dir / "lying.heic", {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+
+  auto full = ImageLoader::load(dir / "lying.heic");
+  EXPECT_EQ(full.pixelSize, (ImageLoader::PixelSize{512, 384}));
+  EXPECT_EQ(full.image->width(), 512);
+  // The thumbnail decodes no smaller than the primary claims to be: the
+  // primary is decoded instead.
+  auto preview = ImageLoader::loadPreview(dir / "lying.heic", 50);
+  EXPECT_EQ(preview.pixelSize, full.pixelSize);
+  ASSERT_EQ(preview.image->width(), 50);
+  const float* topLeft = preview.image->at(5, 5);
+  EXPECT_GT(topLeft[0], 4 * topLeft[1]);
+}
+
 // The LG file with its Orientation tag (the only one, in IFD0) set to `o`.
 std::filesystem::path orientedLgDng(const test::TempDir& dir, int o) {
   std::string bytes = test::readFile(test::dataPath("raw/lg-g4-h815-acr-lossy-linear.dng"));
