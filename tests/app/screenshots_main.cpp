@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "app/application.h"
 #include "app/canvas/canvas_view.h"
@@ -181,23 +182,18 @@ int main(int argc, char** argv) {
   waitFor([&] { return !s.exporting(); }, 60000);
   save(w, out, "09-export-done-toast.png");
 
-  // 8. The crop and history tools.
-  w->actions()->action(ActionId::toolCrop)->trigger();
-  waitFor([&] { return idle(w); });
-  save(w, out, "10-crop-tool.png");
-  w->actions()->action(ActionId::toolMask)->trigger();
-  s.addMask(MaskKindCase::radial);
-  waitFor([&] { return idle(w); });
-  save(w, out, "11-mask-tool.png");
-  w->actions()->action(ActionId::toolFilter)->trigger();
-  waitFor([&] { return idle(w); });
-  save(w, out, "12-filter-tool.png");
-  w->actions()->action(ActionId::toolHeal)->trigger();
-  waitFor([&] { return idle(w); });
-  save(w, out, "13-heal-tool.png");
-  w->actions()->action(ActionId::toolHistory)->trigger();
-  waitFor([&] { return idle(w); });
-  save(w, out, "14-history.png");
+  // 8. The other tools' inspectors (the mask tool with a radial mask).
+  const std::pair<ActionId, const char*> tools[] = {{ActionId::toolCrop, "10-crop-tool.png"},
+                                                    {ActionId::toolMask, "11-mask-tool.png"},
+                                                    {ActionId::toolFilter, "12-filter-tool.png"},
+                                                    {ActionId::toolHeal, "13-heal-tool.png"},
+                                                    {ActionId::toolHistory, "14-history.png"}};
+  for (const auto& [tool, file] : tools) {
+    w->actions()->action(tool)->trigger();
+    if (tool == ActionId::toolMask) s.addMask(MaskKindCase::radial);
+    waitFor([&] { return idle(w); });
+    save(w, out, file);
+  }
   w->actions()->action(ActionId::toolAdjust)->trigger();
 
   // 9. A camera RAW file: the RAW development section.
