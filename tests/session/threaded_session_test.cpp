@@ -22,9 +22,14 @@ TEST(ThreadedSessionTest, EditsRaceBackgroundWorkAndTheNewestWinsEverywhere) {
   ScopedThreadLimit oneRenderThread(1);
   HeadlessHost host(dir / "support", 2);
 
+  // Red eyes found at once, so that only the session's own handoffs are timed.
+  SessionServices services = host.services();
+  services.detectRedEyes = [](const Image&, const AsyncCancelToken*) {
+    return std::optional(RedEyeDetectionOutcome{{RedEyeSpot{Uuid::random(), {0.4, 0.4}, 0.02}}, std::nullopt, false});
+  };
   std::unique_ptr<EditorSession> session;
   bool answered = false;
-  EditorSession::open(photo, host.services(), [&](std::unique_ptr<EditorSession> s, std::optional<std::string> error) {
+  EditorSession::open(photo, services, [&](std::unique_ptr<EditorSession> s, std::optional<std::string> error) {
     EXPECT_FALSE(error) << *error;
     session = std::move(s);
     answered = true;
@@ -52,6 +57,8 @@ TEST(ThreadedSessionTest, EditsRaceBackgroundWorkAndTheNewestWinsEverywhere) {
   }
   ASSERT_TRUE(session->startExport(dir / "out.jpg", ImageExporter::Options{}));
   session->autoStraighten();
+  session->autoAdjust(AutoMode::vivid);
+  session->detectRedEyes();
   ASSERT_TRUE(session->undo());
   ASSERT_TRUE(session->redo());
   host.settle();
@@ -65,13 +72,15 @@ TEST(ThreadedSessionTest, EditsRaceBackgroundWorkAndTheNewestWinsEverywhere) {
   EXPECT_EQ(session->filterThumbnails().size(), 2u);
   EXPECT_TRUE(session->splitOriginalImage());
   EXPECT_TRUE(session->viewportImage()) << "the last view was zoomed in to 200 %";
-  EXPECT_EQ(session->document(), doc);
+  EXPECT_EQ(session->document(), doc) << "the analyses started before the undo arrived stale";
 
   // Closing with work in flight: nothing waits, nothing arrives afterwards.
   doc.adjustments.contrast = 30;
   session->setDocument(doc);
   session->requestFilterThumbnails({presets[0]});
   session->autoStraighten();
+  session->autoAdjust(AutoMode::bw);
+  session->detectRedEyes();
   EXPECT_TRUE(session->close());
   session.reset();
   host.settle();
