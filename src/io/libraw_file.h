@@ -5,7 +5,10 @@
 // refuses what LibRaw does not take and what decode_limits.h calls absurd:
 // raw or image sizes beyond the limits, or more raw data declared than the
 // file holds (some of LibRaw's decoders allocate the declared size before
-// reading). A refusal is logged and gives null; the caller reports code 3.
+// reading), and, before LibRaw reads anything, a TIFF-based RAW whose CFA
+// pattern length disagrees with its repeat size (LibRaw 0.20 writes past
+// its own state on one). A refusal is logged and gives null; the caller
+// reports code 3.
 //
 // rawFacts() reads LibRaw's facts about the file (maker, model, lens, ISO,
 // shutter, aperture, focal length, date, white-balance multipliers, black

@@ -263,20 +263,29 @@ TEST(RawDevelopmentErrors, CodesThreeAndFour) {
   }
 }
 
-// A damaged size field must not become an allocation: the Kodak file's
-// strip byte count (27340, stored at byte 778) set to 4 GiB - 1.
-TEST(RawDevelopmentErrors, RawDataLargerThanTheFileIsRefused) {
-  std::string bytes = test::readFile(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"));
-  ASSERT_EQ(bytes.substr(770, 2), "\x01\x17");  // the StripByteCounts entry
-  ASSERT_EQ(bytes.substr(778, 4), std::string("\x00\x00\x6a\xcc", 4));
-  bytes.replace(778, 4, "\xff\xff\xff\xff");
+// Damaged headers are refused before LibRaw decodes anything:
+// - a size field must not become an allocation: the Kodak file's strip
+//   byte count (27340, stored at byte 778) set to 4 GiB - 1;
+// - the Canon DNG's CFA pattern (2×2, its entry at byte 123454) declared
+//   36 long: LibRaw would take it for a 6×6 pattern and crash while opening.
+TEST(RawDevelopmentErrors, DamagedHeadersAreRefused) {
+  std::string kodak = test::readFile(test::dataPath("raw/kodak-dc120-compressed-good-P003913.kdc"));
+  ASSERT_EQ(kodak.substr(770, 2), "\x01\x17");  // the StripByteCounts entry
+  ASSERT_EQ(kodak.substr(778, 4), std::string("\x00\x00\x6a\xcc", 4));
+  kodak.replace(778, 4, "\xff\xff\xff\xff");
+  std::string canon = test::readFile(test::dataPath("raw/canon-powershot-s40-CRW_0101.binned8.dng"));
+  ASSERT_EQ(canon.substr(123454, 8), std::string("\x8e\x82\x01\x00\x04\x00\x00\x00", 8));
+  canon[123458] = 36;
   test::TempDir dir;
-  test::writeFile(dir / "damaged.kdc", bytes);
-  try {
-    ImageLoader::load(dir / "damaged.kdc");
-    ADD_FAILURE();
-  } catch (const ImageLoadError& e) {
-    EXPECT_EQ(e.code(), 3);
+  test::writeFile(dir / "damaged.kdc", kodak);
+  test::writeFile(dir / "damaged.dng", canon);
+  for (const char* name : {"damaged.kdc", "damaged.dng"}) {
+    try {
+      ImageLoader::load(dir / name);
+      ADD_FAILURE() << name;
+    } catch (const ImageLoadError& e) {
+      EXPECT_EQ(e.code(), 3) << name;
+    }
   }
 }
 
