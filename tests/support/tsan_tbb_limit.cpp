@@ -1,9 +1,10 @@
 // oneTBB is not built for ThreadSanitizer: TSan cannot see how a task passes
 // from the thread that made it to the worker that runs it, and reports every
-// such handoff as a data race. Under TSan the session tests therefore keep
-// oneTBB's parallel work on the thread that asks for it (one thread for the
-// whole process). The threads the session itself works with (the background
-// pool and the main queue) are still checked.
+// such handoff as a data race. Under TSan the test binaries that compile
+// this file (those that run editor sessions) therefore keep oneTBB's
+// parallel work on the thread that asks for it (one thread for the whole
+// process). The threads the session itself works with (the background pool
+// and the main queue) are still checked.
 #include "render/parallel.h"
 
 #if defined(__SANITIZE_THREAD__)
