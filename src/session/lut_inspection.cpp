@@ -1,5 +1,7 @@
 #include "session/lut_inspection.h"
 
+#include <string_view>
+
 #include "render/lut_loader.h"
 
 namespace vg {
@@ -9,7 +11,10 @@ LutLibrary::Inspector lutInspector() {
     LUTResult result = LUTLoader::load(file);
     if (const auto* error = std::get_if<LUTError>(&result)) return error->description();
     const auto& lut = std::get<ParsedLUT>(result);
-    return LutLibrary::LutInfo{lut.title, lut.size};
+    // Files write TITLE "Name"; the library shows the name without quotes.
+    std::string_view title = lut.title;
+    if (title.size() >= 2 && title.front() == '"' && title.back() == '"') title = title.substr(1, title.size() - 2);
+    return LutLibrary::LutInfo{std::string(title), lut.size};
   };
 }
 

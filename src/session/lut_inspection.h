@@ -13,7 +13,8 @@
 
 namespace vg {
 
-// The title and cube size of a valid file, else the rejection message.
+// The title (without the quotes files put around it) and cube size of a
+// valid file, else the rejection message.
 LutLibrary::Inspector lutInspector();
 
 // Nothing for a valid file, else the rejection message.

@@ -59,11 +59,11 @@ std::string cube(int size, const std::string& title = {}) {
 using LutsCommand = ScratchSupportTest;
 
 TEST_F(LutsCommand, ImportListRenameRemove) {
-  test::writeFile(dir / "Teal.CUBE", cube(2, "Teal"));
+  test::writeFile(dir / "Teal.CUBE", cube(2, "\"Teal\""));
   test::writeFile(dir / "bad.cube", "LUT_1D_SIZE 4\n");
   const auto imported = run({"luts", "import", (dir / "Teal.CUBE").string()});
   ASSERT_EQ(imported.code, kExitOk) << imported.err;
-  EXPECT_EQ(imported.out, R"({"file":"Teal.cube","name":"Teal","title":"Teal","size":2,"bytes":121})" "\n");
+  EXPECT_EQ(imported.out, R"({"file":"Teal.cube","name":"Teal","title":"Teal","size":2,"bytes":123})" "\n");
   const auto bad = run({"luts", "import", (dir / "bad.cube").string()});
   EXPECT_EQ(bad.code, kExitFailed);
   EXPECT_EQ(bad.err, "LUT 文件格式错误：暂不支持 1D LUT\n");
