@@ -7,12 +7,20 @@
 // - EditStoreLoad/points: reading, decoding and touching the same sidecar.
 // - HistoryPush: one step recorded on a full 120-entry history of documents
 //   with a 2,000-point brush mask (the trim runs on every push).
+// - LibraryBackup/edits: the whole library (that many saved edits with a
+//   200-point brush mask each, a user preset) written to one ZIP archive.
+// - LibraryRestore/edits: that archive restored into a fresh support folder
+//   (staged, checked, renamed into place) and, RestoreOverItself, into the
+//   folder it came from, where every file compares equal.
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
 
 #include "store/edit_store.h"
 #include "store/history_engine.h"
+#include "store/library_backup.h"
+#include "store/library_restore.h"
+#include "store/preset_library.h"
 
 namespace {
 
@@ -79,5 +87,46 @@ void HistoryPush(benchmark::State& state) {
   state.counters["MiB"] = double(history.totalBytes()) / (1 << 20);
 }
 BENCHMARK(HistoryPush)->Unit(benchmark::kMicrosecond);
+
+// A support folder with `edits` saved edits and one preset, backed up once.
+struct BackedUpLibrary {
+  ScratchFolder dir;
+  fs::path support = dir.path / "support";
+  fs::path archive = dir.path / "backup.zip";
+  explicit BackedUpLibrary(int edits) {
+    vg::EditStore store(support / "Edits");
+    for (int i = 0; i < edits; ++i) {
+      store.save(brushDocument(200, i), dir.path / ("IMG_" + std::to_string(i) + ".jpg")).get();
+    }
+    vg::PresetLibrary(support / "Presets").saveNew("bench", {}, std::nullopt);
+    vg::backupLibrary(support, archive);
+  }
+};
+
+void LibraryBackup(benchmark::State& state) {
+  BackedUpLibrary library(int(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(vg::backupLibrary(library.support, library.archive));
+  state.counters["MiB"] = double(fs::file_size(library.archive)) / (1 << 20);
+}
+BENCHMARK(LibraryBackup)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void LibraryRestore(benchmark::State& state) {
+  BackedUpLibrary library(int(state.range(0)));
+  const fs::path fresh = library.dir.path / "fresh";
+  for (auto _ : state) {
+    const auto result = vg::restoreLibrary(library.archive, fresh);
+    if (!result.summary || result.summary->added.empty()) state.SkipWithError("restore added nothing");
+    state.PauseTiming();
+    fs::remove_all(fresh);
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(LibraryRestore)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void LibraryRestoreOverItself(benchmark::State& state) {
+  BackedUpLibrary library(int(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(vg::restoreLibrary(library.archive, library.support));
+}
+BENCHMARK(LibraryRestoreOverItself)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -95,6 +95,13 @@ bool sameContent(const fs::path& a, const fs::path& b) {
   }
 }
 
+// fsync of a file by name: 0, or the error number.
+int syncFile(const fs::path& file) {
+  Fd f{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
+  if (f.fd < 0 || ::fsync(f.fd) != 0) return errno;
+  return f.reset() == 0 ? 0 : errno;
+}
+
 // Staging folders of restores that were killed half-way.
 void removeStaleStagingFolders(const fs::path& supportFolder) {
   std::error_code ec;
@@ -290,8 +297,6 @@ std::optional<std::string> Restorer::validate(const LibraryFolder& folder, const
 }
 
 void Restorer::place() {
-  // One flush of everything staged before any of it replaces a local file.
-  if (Fd dir{::open(staging_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)}; dir.fd >= 0) ::syncfs(dir.fd);
   std::set<fs::path> touchedFolders;
   for (const auto& file : staged_) {
     std::error_code ec;
@@ -318,7 +323,12 @@ void Restorer::place() {
     } else if (sameContent(file.staged, file.target)) {
       summary.unchanged.push_back(file.entry);
     } else if (options_.replaceNewer || (file.mtime && *file.mtime > local.st_mtim.tv_sec)) {
-      if (::rename(file.staged.c_str(), file.target.c_str()) == 0) {
+      // The local file is gone once the rename is done: the new bytes are on
+      // disk first. (An added file replaces nothing; a crash can at worst
+      // leave it incomplete, to be restored again.)
+      if (int e = syncFile(file.staged)) {
+        fail(e);
+      } else if (::rename(file.staged.c_str(), file.target.c_str()) == 0) {
         summary.updated.push_back(file.entry);
         touchedFolders.insert(file.target.parent_path());
       } else {

@@ -32,6 +32,7 @@
 //     `replaceNewer` is set: the local file is replaced (updated);
 //   - otherwise the newer (or same-age) local file is kept;
 //   - a local directory or link of that name is never touched (skipped).
+// A file that replaces a local one is flushed to disk before its rename.
 // Restored files keep the modification time the archive gives them.
 //
 // Messages: "无法恢复备份：<reason>" for a refused or failed restore.
