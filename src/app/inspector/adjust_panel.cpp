@@ -78,7 +78,12 @@ AdjustPanel::AdjustPanel(RecordIn<GlobalAdjustments> target, Options options, QW
     : InspectorPanel(parent), target_(std::move(target)) {
   const auto& table = adjustmentFields();
   if (options.wholePicture) {
-    auto_ = new QToolButton(this);
+    // In a row with the sections' content margins, so it lines up with them.
+    auto* autoRow = new QWidget(this);
+    auto* autoLayout = new QHBoxLayout(autoRow);
+    autoLayout->setContentsMargins(10, 4, 6, 2);
+    auto_ = new QToolButton(autoRow);
+    autoLayout->addWidget(auto_);
     auto_->setPopupMode(QToolButton::MenuButtonPopup);
     auto_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     auto_->setToolTip(qtext(kAutoModeChooserTitle));
@@ -94,7 +99,7 @@ AdjustPanel::AdjustPanel(RecordIn<GlobalAdjustments> target, Options options, QW
     }
     auto_->setMenu(menu);
     connect(auto_, &QToolButton::clicked, this, [this] { emit autoAdjustRequested(autoMode_); });
-    columnLayout()->addWidget(auto_);
+    columnLayout()->addWidget(autoRow);
     chooseAutoMode(AutoMode::balanced);
 
     CollapsibleSection* s = addSection("histogram", QStringLiteral("直方图"));
