@@ -10,7 +10,7 @@ namespace vg {
 
 struct DecodedImage {
   Image image;                 // upright, linear working space, premultiplied
-  std::string profileName;     // description of the embedded profile used, or empty
+  std::string profileName;     // description of the embedded profile, or empty
   std::string colorModel;      // "RGB", "Gray" or "CMYK": what the samples were
   // The upright size a full-scale decode gives. Decoders that can decode
   // reduced (JPEG, HEIF) set it; 0 means the image's own size.

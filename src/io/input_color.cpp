@@ -347,6 +347,10 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     if (!profile) logLine("image loader: ignoring an unreadable ICC profile");
   }
   cmsHPROFILE h = profile.get();
+  // The file's colour space is named after its embedded profile, whatever
+  // the colour model, even when the profile cannot drive the conversion
+  // (a grey image carrying an RGB profile, a profile Little CMS cannot use).
+  if (h) c.description_ = describe(h);
   if (h && cmsGetColorSpace(h) != signatureFor(format.model)) {
     logLine("image loader: ignoring an ICC profile that does not match the image's colour model");
     h = nullptr;
@@ -361,12 +365,10 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     return finished(std::move(c));
   }
 
-  std::string description = describe(h);
   if (format.model == ColorModel::gray && cmsIsTag(h, cmsSigGrayTRCTag)) {
     auto* curve = cmsReadTag(h, cmsSigGrayTRCTag);
     if (curve) {
       c.buildTables({curve, nullptr, nullptr});
-      c.description_ = description;
       c.usesProfile_ = true;
       return finished(std::move(c));
     }
@@ -385,7 +387,6 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
           c.hasMatrix_ = true;
           for (int i = 0; i < 9; ++i) c.matrix_[i] = float(m[i]);
         }
-        c.description_ = description;
         c.usesProfile_ = true;
         return finished(std::move(c));
       }
@@ -414,7 +415,6 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
   c.lcms_ = std::move(lcms);
   c.mode_ = Mode::lcms;
   c.floatCurve_ = FloatCurve::identity;
-  c.description_ = description;
   c.usesProfile_ = true;
   return finished(std::move(c));
 }

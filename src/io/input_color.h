@@ -57,8 +57,9 @@ class InputColor {
   // Samples already in the working space (linear Rec.709); only alpha is applied.
   static InputColor workingSpace(const SourceFormat& format);
 
-  // The embedded profile's description; empty when there is none (or it was
-  // not used).
+  // The embedded profile's description, also when the profile does not fit
+  // the colour model or cannot be used (usesProfile() then says false);
+  // empty when there is no readable profile.
   const std::string& profileDescription() const { return description_; }
   const SourceFormat& format() const { return format_; }
   // True when the profile was usable and drives the conversion.

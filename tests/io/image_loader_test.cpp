@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <functional>
 
 #include <exiv2/exiv2.hpp>
 
@@ -101,6 +102,62 @@ TEST(ImageLoader, ColourSpaceNames) {
   auto wide = ImageLoader::load(dir / "wide.png");
   EXPECT_EQ(wide.colorSpaceName, "Studio Wide Gamut");
   EXPECT_LT(wide.image->at(0, 0)[0], -0.05f);  // converted, not ignored
+}
+
+TEST(ImageLoader, GreyImagesAreNamedAfterTheirEmbeddedProfile) {
+  // A grey photograph (JPEG), a 16-bit grey TIFF and a grey PNG, plain, with
+  // a grey profile, then with an RGB one (which cannot convert grey samples
+  // but still names the file's colour space).
+  test::TempDir dir;
+  using Make = std::function<std::filesystem::path(const std::vector<uint8_t>& icc)>;
+  auto copied = [&](const char* file) -> Make {
+    return [&dir, file](const std::vector<uint8_t>& icc) {
+      const auto path = dir.path() / std::filesystem::path(file).filename();
+      std::filesystem::copy_file(test::dataPath(file), path,
+                                 std::filesystem::copy_options::overwrite_existing);
+      std::filesystem::permissions(path, std::filesystem::perms::owner_write,
+                                   std::filesystem::perm_options::add);
+      if (!icc.empty()) test::embedIccProfile(path, icc);
+      return path;
+    };
+  };
+  // PNG through libpng: Exiv2 writes an iCCP chunk without the profile name
+  // the PNG format requires, which decoders rightly refuse. (PNG does not
+  // allow an RGB profile on grey samples at all.)
+  uint8_t ramp[16];
+  for (int i = 0; i < 16; ++i) ramp[i] = uint8_t(i * 17);
+  Make png = [&dir, &ramp](const std::vector<uint8_t>& icc) {
+    test::writePng(dir / "ramp.png", 16, 1, 1, 8, ramp, icc);
+    return dir / "ramp.png";
+  };
+
+  const double adobe[6] = {0.64, 0.33, 0.21, 0.71, 0.15, 0.06};
+  const auto grey = test::makeGrayProfile(2.2, "Dot Gain 18%");
+  const auto rgb = test::makeRgbProfile(adobe, 2.2, "Adobe RGB (1998)");
+  struct File {
+    const char* format;
+    Make make;
+    bool takesRgbProfile;
+  };
+  const File files[] = {{"jpeg", copied("jpeg/tower_grayscale.jpg"), true},
+                        {"tiff", copied("tiff/chessboard_GRAY_U16.tif"), true},
+                        {"png", png, false}};
+  for (const auto& [format, make, takesRgbProfile] : files) {
+    SCOPED_TRACE(format);
+    const auto plain = ImageLoader::load(make({}));
+    EXPECT_EQ(plain.colorSpaceName, "Gray");
+
+    const auto profiled = ImageLoader::load(make(grey));
+    EXPECT_EQ(profiled.colorSpaceName, "Dot Gain 18%");
+    // Converted through the profile: gamma 2.2 is not the sRGB curve the
+    // plain file is read with.
+    EXPECT_GT(test::maxDifference(*profiled.image, *plain.image), 1e-4);
+
+    if (!takesRgbProfile) continue;
+    const auto mismatched = ImageLoader::load(make(rgb));
+    EXPECT_EQ(mismatched.colorSpaceName, "Adobe RGB (1998)");
+    EXPECT_EQ(test::maxDifference(*mismatched.image, *plain.image), 0);
+  }
 }
 
 TEST(ImageLoader, HeifDecodes) {

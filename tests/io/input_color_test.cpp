@@ -89,6 +89,7 @@ TEST(InputColor, UnusableProfilesFallBackToTheColourModel) {
   auto rgbProfile = test::makeRgbProfile(kAdobePrimaries, 2.2, "RGB on grey");
   InputColor mismatched = InputColor::fromIcc(rgbProfile, grey);
   EXPECT_FALSE(mismatched.usesProfile());
+  EXPECT_EQ(mismatched.profileDescription(), "RGB on grey");  // still names the file's space
   std::vector<uint8_t> garbage(200, 0x5A);
   InputColor broken = InputColor::fromIcc(garbage, SourceFormat{});
   EXPECT_FALSE(broken.usesProfile());

@@ -85,13 +85,9 @@ void writePng(const std::filesystem::path& path, int width, int height, int chan
   std::fclose(f);
 }
 
-std::vector<uint8_t> makeRgbProfile(const double p[6], double gamma, const std::string& description) {
-  cmsCIExyY white = {0.3127, 0.3290, 1.0};
-  cmsCIExyYTRIPLE primaries = {{p[0], p[1], 1.0}, {p[2], p[3], 1.0}, {p[4], p[5], 1.0}};
-  cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
-  cmsToneCurve* curves[3] = {curve, curve, curve};
-  cmsHPROFILE h = cmsCreateRGBProfile(&white, &primaries, curves);
-  cmsFreeToneCurve(curve);
+namespace {
+
+std::vector<uint8_t> savedProfile(cmsHPROFILE h, const std::string& description) {
   cmsMLU* mlu = cmsMLUalloc(nullptr, 1);
   cmsMLUsetASCII(mlu, "en", "US", description.c_str());
   cmsWriteTag(h, cmsSigProfileDescriptionTag, mlu);
@@ -102,6 +98,33 @@ std::vector<uint8_t> makeRgbProfile(const double p[6], double gamma, const std::
   cmsSaveProfileToMem(h, bytes.data(), &size);
   cmsCloseProfile(h);
   return bytes;
+}
+
+}  // namespace
+
+std::vector<uint8_t> makeRgbProfile(const double p[6], double gamma, const std::string& description) {
+  cmsCIExyY white = {0.3127, 0.3290, 1.0};
+  cmsCIExyYTRIPLE primaries = {{p[0], p[1], 1.0}, {p[2], p[3], 1.0}, {p[4], p[5], 1.0}};
+  cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
+  cmsToneCurve* curves[3] = {curve, curve, curve};
+  cmsHPROFILE h = cmsCreateRGBProfile(&white, &primaries, curves);
+  cmsFreeToneCurve(curve);
+  return savedProfile(h, description);
+}
+
+std::vector<uint8_t> makeGrayProfile(double gamma, const std::string& description) {
+  cmsToneCurve* curve = cmsBuildGamma(nullptr, gamma);
+  cmsHPROFILE h = cmsCreateGrayProfile(cmsD50_xyY(), curve);
+  cmsFreeToneCurve(curve);
+  return savedProfile(h, description);
+}
+
+void embedIccProfile(const std::filesystem::path& path, const std::vector<uint8_t>& icc) {
+  auto image = Exiv2::ImageFactory::open(path.string());
+  image->readMetadata();
+  Exiv2::DataBuf profile(icc.data(), long(icc.size()));
+  image->setIccProfile(profile, /*bTestValid=*/true);
+  image->writeMetadata();
 }
 
 void writeDng(const std::filesystem::path& path, int width, int height,

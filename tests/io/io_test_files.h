@@ -38,6 +38,10 @@ void writePng(const std::filesystem::path& path, int width, int height, int chan
 // An ICC profile made by Little CMS: RGB primaries (x, y pairs), D65 white,
 // a pure gamma curve; stored with the given description.
 std::vector<uint8_t> makeRgbProfile(const double primaries[6], double gamma, const std::string& description);
+// A grey ICC profile (D50 white, pure gamma curve) with the given description.
+std::vector<uint8_t> makeGrayProfile(double gamma, const std::string& description);
+// Embeds `icc` in a JPEG, PNG or TIFF file with Exiv2, replacing any profile.
+void embedIccProfile(const std::filesystem::path& path, const std::vector<uint8_t>& icc);
 
 // A camera RAW in DNG form made with libtiff: a 16-bit RGGB Bayer mosaic
 // from `mosaicValue(x, y)`, black 0, white 65535, an identity-like colour
