@@ -31,13 +31,15 @@ GreyImage evaluate(const MaskFrame& frame, Fn&& fn) {
   const bool affine = g.distortionAmount() == 0;
   parallelRows(frame.region, kGrainRows, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) {
-      float* row = out.row(y) - frame.region.x;
+      // Indexed from the row's own start: column x of the frame is row[x - x0].
+      float* row = out.row(y);
+      const int x0 = frame.region.x, x1 = frame.region.right();
       if (affine) {
         const PointF p0 = g.toSource({0.5, y + 0.5}), p1 = g.toSource({1.5, y + 0.5});
         const double sx = p1.x - p0.x, sy = p1.y - p0.y;
-        for (int x = frame.region.x; x < frame.region.right(); ++x) row[x] = fn(PointF{p0.x + x * sx, p0.y + x * sy});
+        for (int x = x0; x < x1; ++x) row[x - x0] = fn(PointF{p0.x + x * sx, p0.y + x * sy});
       } else {
-        for (int x = frame.region.x; x < frame.region.right(); ++x) row[x] = fn(g.toSource({x + 0.5, y + 0.5}));
+        for (int x = x0; x < x1; ++x) row[x - x0] = fn(g.toSource({x + 0.5, y + 0.5}));
       }
     }
   });

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <system_error>
 
 #include "model/log.h"
@@ -272,10 +273,71 @@ int totalHalo(const std::vector<Stage>& stages) {
   return h;
 }
 
+// The neighbourhood stages of an adjustment chain: which of them run and the
+// sigma each blurs with. The chain builds its stages from this, and the halo
+// a region render grows by and the scratch images a pass holds are read from
+// it too, so a region can never be rendered with less context than the chain
+// reads. Clarity's low-pass and, from 6 pixels of sigma on, dehaze's blurred
+// dark channel are computed on reduced grids (reduced_lowpass.h).
+struct ChainBlur {
+  enum Kind { plain, clarity, darkChannel };
+  Kind kind;
+  double sigma;
+
+  // How far the stage reads beyond a pixel.
+  int reach() const {
+    switch (kind) {
+      case clarity:
+        return int(std::ceil((blurReach(sigma) + 2) / kClarityScale)) + 2;
+      case darkChannel: {
+        const int f = darkChannelFactor(sigma);
+        return f == 1 ? blurReach(sigma) : (blurReach(darkChannelSigma(sigma, f)) + 2) * f + 2;
+      }
+      case plain: break;
+    }
+    return blurReach(sigma);
+  }
+  // Full-size RGBA buffers the stage holds besides the running image: a
+  // blur that cannot stream keeps its result and an intermediate; a dark
+  // channel at full size is one more.
+  int scratchImages() const {
+    switch (kind) {
+      case plain: return gaussianBlurStreams(float(sigma)) ? 0 : 2;
+      case darkChannel: return darkChannelFactor(sigma) == 1 ? 1 : 0;
+      case clarity: break;
+    }
+    return 0;
+  }
+};
+
+struct ChainBlurs {
+  std::optional<ChainBlur> denoise, colorDenoise, defringe, texture, clarity, dehaze, sharpen;
+
+  template <class Fn>
+  void forEach(Fn fn) const {
+    for (const auto* b : {&denoise, &colorDenoise, &defringe, &texture, &clarity, &dehaze, &sharpen}) {
+      if (*b) fn(**b);
+    }
+  }
+};
+
+ChainBlurs chainBlurs(const GlobalAdjustments& a, double s) {
+  ChainBlurs b;
+  if (a.denoise > 0) b.denoise = ChainBlur{ChainBlur::plain, 1.6 * s};
+  if (a.colorDenoise > 0) b.colorDenoise = ChainBlur{ChainBlur::plain, 2.4 * s};
+  if (a.defringe > 0) b.defringe = ChainBlur{ChainBlur::plain, 1.2 * s};
+  if (a.texture != 0) b.texture = ChainBlur{ChainBlur::plain, 2.2 * s};
+  if (a.clarity != 0) b.clarity = ChainBlur{ChainBlur::clarity, 8 * s};
+  if (a.dehaze != 0) b.dehaze = ChainBlur{ChainBlur::darkChannel, 6 * s};
+  if (a.sharpen > 0) b.sharpen = ChainBlur{ChainBlur::plain, a.sharpenRadius * s};
+  return b;
+}
+
 // A neighbourhood stage: Blur(sigma) of the running image (edges clamped to
 // its extent), then a kernel reading it as its second image, row by row in
 // place as the blur streams.
-Stage blurStage(double sigma, RowFn kernel) {
+Stage blurStage(const ChainBlur& blur, RowFn kernel) {
+  const double sigma = blur.sigma;
   Stage st = Stage::fullStage(
       [sigma, kernel](Image& image, const RowFn& after) {
         const Rect b = image.bounds();
@@ -286,7 +348,7 @@ Stage blurStage(double sigma, RowFn kernel) {
           if (after) after(row);
         });
       },
-      blurReach(sigma));
+      blur.reach());
   st.blurSigma = float(sigma);
   st.blurKernel = std::move(kernel);
   return st;
@@ -309,17 +371,6 @@ Stage reducedStage(std::function<std::unique_ptr<ReducedLowpass>(const Rect&)> r
   st.feed = [](ReducedLowpass& low, const kernels::KernelRow& r) { low.add(r.y, r.rgba); };
   st.reducedRow = std::move(row);
   return st;
-}
-
-// Clarity's low-pass (sigma 8 s) and, from 6 pixels of sigma on, dehaze's
-// blurred dark channel are computed on reduced grids (reduced_lowpass.h).
-int darkChannelReach(double sigma) {
-  int f = darkChannelFactor(sigma);
-  return f == 1 ? blurReach(sigma) : (blurReach(darkChannelSigma(sigma, f)) + 2) * f + 2;
-}
-
-int clarityReach(double s) {
-  return int(std::ceil((blurReach(8.0 * s) + 2) / kClarityScale)) + 2;
 }
 
 // Blend with mask: mix(background, adjusted, mask); outside the mask image 0.
@@ -597,10 +648,11 @@ std::size_t RenderEngine::lutCacheSize() const {
 
 void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& a, double s, const Rect& outputRect) {
   using namespace kernels;
+  const ChainBlurs blurs = chainBlurs(a, s);
   // 1 Luminance noise reduction.
-  if (a.denoise > 0) {
+  if (blurs.denoise) {
     DenoiseParams p{float(a.denoise / 100 * 0.9)};
-    st.push_back(blurStage(1.6 * s, [p](const KernelRow& r) { denoise(p, r); }));
+    st.push_back(blurStage(*blurs.denoise, [p](const KernelRow& r) { denoise(p, r); }));
   }
   // 2 White balance and 3 exposure; both together are one matrix (the white
   // balance's rows scaled by the exposure gain), one pass instead of two.
@@ -655,14 +707,14 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     st.push_back(pointKernel(p, [](const auto& q, const auto& r) { splitTone(q, r); }));
   }
   // 10 Colour noise reduction.
-  if (a.colorDenoise > 0) {
+  if (blurs.colorDenoise) {
     ChromaDenoiseParams p{float(a.colorDenoise / 100 * 0.95)};
-    st.push_back(blurStage(2.4 * s, [p](const KernelRow& r) { chromaDenoise(p, r); }));
+    st.push_back(blurStage(*blurs.colorDenoise, [p](const KernelRow& r) { chromaDenoise(p, r); }));
   }
   // 11 Defringe.
-  if (a.defringe > 0) {
+  if (blurs.defringe) {
     DefringeParams p{float(a.defringe / 100)};
-    st.push_back(blurStage(1.2 * s, [p](const KernelRow& r) { defringe(p, r); }));
+    st.push_back(blurStage(*blurs.defringe, [p](const KernelRow& r) { defringe(p, r); }));
   }
   // 12 Monochrome.
   if (a.monochrome) {
@@ -670,23 +722,24 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
     st.push_back(pointKernel(p, [](const auto& q, const auto& r) { monochrome(q, r); }));
   }
   // 13 Texture.
-  if (a.texture != 0) {
+  if (blurs.texture) {
     DetailParams p{float(a.texture / 100 * 0.9)};
-    st.push_back(blurStage(2.2 * s, [p](const KernelRow& r) { detail(p, r); }));
+    st.push_back(blurStage(*blurs.texture, [p](const KernelRow& r) { detail(p, r); }));
   }
   // 14 Clarity, its low-pass at reduced size.
-  if (a.clarity != 0) {
+  if (blurs.clarity) {
     DetailParams p{float(a.clarity / 100 * 0.75)};
+    const double sigma = blurs.clarity->sigma;
     st.push_back(reducedStage(
-        [s, outputRect](const Rect& bounds) {
-          return std::make_unique<ReducedLowpass>(bounds, outputRect, kClarityScale, ReducedLowpass::Source::Colour, 8.0 * s);
+        [sigma, outputRect](const Rect& bounds) {
+          return std::make_unique<ReducedLowpass>(bounds, outputRect, kClarityScale, ReducedLowpass::Source::Colour, sigma);
         },
-        [p](const KernelRow& r) { detail(p, r); }, clarityReach(s)));
+        [p](const KernelRow& r) { detail(p, r); }, blurs.clarity->reach()));
   }
   // 15 Dehaze on the blurred dark channel.
-  if (a.dehaze != 0) {
+  if (blurs.dehaze) {
     DehazeParams p{float(a.dehaze / 100 * 0.8)};
-    double sigma = 6 * s;
+    const double sigma = blurs.dehaze->sigma;
     // The dark channel lives on a reduced grid from 6 pixels of sigma on;
     // below, on a grid of one pixel per cell (the same dark channel and blur
     // as at full size), which the pass before fills all the same.
@@ -697,11 +750,11 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
           return std::make_unique<ReducedLowpass>(bounds, outputRect, 1.0 / f, ReducedLowpass::Source::DarkChannel,
                                                   gridSigma);
         },
-        [p](const KernelRow& r) { dehazeGrey(p, r); }, darkChannelReach(sigma)));
+        [p](const KernelRow& r) { dehazeGrey(p, r); }, blurs.dehaze->reach()));
   }
   // 16 Sharpening.
-  if (a.sharpen > 0) {
-    double radius = a.sharpenRadius * s;
+  if (blurs.sharpen) {
+    const double radius = blurs.sharpen->sigma;
     float intensity = float((a.sharpen / 100 * 1.8 + 0.4) * (a.sharpenDetail / 100 + 0.5));
     if (a.sharpenMasking <= 0) {
       st.push_back(Stage::fullStage(
@@ -712,11 +765,11 @@ void RenderEngine::appendChain(std::vector<Stage>& st, const GlobalAdjustments& 
               if (after) after({image.row(y), nullptr, b.width, b.x, y});
             });
           },
-          blurReach(radius)));
+          blurs.sharpen->reach()));
     } else {
       float lo = float(a.sharpenMasking / 100 * 0.285 + 0.015);
       SharpenBlendParams p{intensity, lo, lo + 0.06f};
-      st.push_back(blurStage(radius, [p](const KernelRow& r) { sharpenBlend(p, r); }));
+      st.push_back(blurStage(*blurs.sharpen, [p](const KernelRow& r) { sharpenBlend(p, r); }));
     }
   }
 }
@@ -826,27 +879,13 @@ Image RenderEngine::applyAdjustments(const Image& image, const GlobalAdjustments
 
 int RenderEngine::chainHalo(const GlobalAdjustments& a, double s) {
   int h = 0;
-  if (a.denoise > 0) h += blurReach((1.6 * s));
-  if (a.colorDenoise > 0) h += blurReach((2.4 * s));
-  if (a.defringe > 0) h += blurReach((1.2 * s));
-  if (a.texture != 0) h += blurReach((2.2 * s));
-  if (a.clarity != 0) h += clarityReach(s);
-  if (a.dehaze != 0) h += darkChannelReach(6 * s);
-  if (a.sharpen > 0) h += blurReach((a.sharpenRadius * s));
+  chainBlurs(a, s).forEach([&](const ChainBlur& b) { h += b.reach(); });
   return h;
 }
 
 int RenderEngine::chainExtraBuffers(const GlobalAdjustments& a, double s) {
   int extra = 0;
-  auto blur = [&](bool active, double sigma) {
-    if (active && !gaussianBlurStreams(float(sigma))) extra = std::max(extra, 2);
-  };
-  blur(a.denoise > 0, 1.6 * s);
-  blur(a.colorDenoise > 0, 2.4 * s);
-  blur(a.defringe > 0, 1.2 * s);
-  blur(a.texture != 0, 2.2 * s);
-  blur(a.sharpen > 0, a.sharpenRadius * s);
-  if (a.dehaze != 0 && darkChannelFactor(6 * s) == 1) extra = std::max(extra, 1);  // the full-size dark channel
+  chainBlurs(a, s).forEach([&](const ChainBlur& b) { extra = std::max(extra, b.scratchImages()); });
   return extra;
 }
 
@@ -909,9 +948,11 @@ Image RenderEngine::render(const Image& source, const EditDocument& recipe, cons
       local.push_back(Stage::pointStage([chain = std::move(chain), mask](const kernels::KernelRow& r) {
         const Rect& mb = mask->bounds();
         if (r.y < mb.y || r.y >= mb.bottom()) return;
-        int x0 = std::max(r.x, mb.x), x1 = std::min(r.x + r.n, mb.right());
-        kernels::trimZeros(mask->row(r.y) - mb.x, x0, x1);
-        if (x0 == x1) return;
+        // Columns of the mask row, trimmed of zeros at both ends.
+        int a = std::max(r.x, mb.x) - mb.x, e = std::min(r.x + r.n, mb.right()) - mb.x;
+        kernels::trimZeros(mask->row(r.y), a, e);
+        if (e <= a) return;
+        const int x0 = mb.x + a, x1 = mb.x + e;
         float* span = r.rgba + size_t(x0 - r.x) * 4;
         const int n = x1 - x0;
         thread_local std::vector<float> adjusted;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <random>
@@ -414,6 +415,44 @@ TEST_F(RenderEngineTest, LargeRegionsRenderInBandsWithTheSamePixels) {
   Image bandedClarity = render(big, doc);
   engine.setWorkBudget(RenderEngine::kWorkBudgetBytes);
   EXPECT_LT(maxDiff(bandedClarity, render(big, doc)), 2e-3);
+}
+
+TEST_F(RenderEngineTest, ChainHaloCoversHowFarEveryNeighbourhoodStageReaches) {
+  // A small white square on a flat purple field: every pixel the chain
+  // changes (against the field alone) must lie within chainHalo of the
+  // square, for each neighbourhood stage alone and at a preview scale.
+  const int size = 520, c = size / 2, h = 3;
+  Image flat(size, size);
+  for (int y = 0; y < size; ++y)
+    for (int x = 0; x < size; ++x) std::copy_n(std::array<float, 4>{0.3f, 0.15f, 0.4f, 1}.data(), 4, flat.at(x, y));
+  Image impulse = flat.clone();
+  for (int y = c - h; y <= c + h; ++y)
+    for (int x = c - h; x <= c + h; ++x) std::copy_n(std::array<float, 4>{1, 1, 1, 1}.data(), 4, impulse.at(x, y));
+  std::vector<std::pair<const char*, GlobalAdjustments>> stages(8);
+  stages[0] = {"denoise", {}}, stages[0].second.denoise = 60;
+  stages[1] = {"colorDenoise", {}}, stages[1].second.colorDenoise = 60;
+  stages[2] = {"defringe", {}}, stages[2].second.defringe = 80;
+  stages[3] = {"texture", {}}, stages[3].second.texture = 60;
+  stages[4] = {"clarity", {}}, stages[4].second.clarity = 60;
+  stages[5] = {"dehaze", {}}, stages[5].second.dehaze = 60;
+  stages[6] = {"sharpen", {}}, stages[6].second.sharpen = 80, stages[6].second.sharpenRadius = 4;
+  stages[7] = {"sharpen with masking", stages[6].second}, stages[7].second.sharpenMasking = 10;
+  for (double scale : {1.0, 0.5}) {
+    for (const auto& [name, a] : stages) {
+      SCOPED_TRACE(std::string(name) + " at scale " + std::to_string(scale));
+      const int halo = RenderEngine::chainHalo(a, scale);
+      const Image base = engine.applyAdjustments(flat, a, scale);
+      const Image hit = engine.applyAdjustments(impulse, a, scale);
+      int reach = -1;
+      for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x)
+          for (int ch = 0; ch < 4; ++ch)
+            if (std::abs(hit.at(x, y)[ch] - base.at(x, y)[ch]) > 1e-6f)
+              reach = std::max({reach, std::abs(x - c) - h, std::abs(y - c) - h});
+      EXPECT_GT(reach, 0) << "the stage reaches beyond the square";
+      EXPECT_LE(reach, halo);
+    }
+  }
 }
 
 TEST_F(RenderEngineTest, ThreadCountDoesNotChangeABit) {
