@@ -14,6 +14,13 @@
 // and UUIDs in their upper-case 8-4-4-4-12 form. A mask shape is an object with
 // one key, its case name, holding {"_0": value}.
 //
+// Lists (masks, heals, red-eye spots, subtract shapes and their IDs, brush
+// strokes, curve points, HSL bands) are decoded as a whole: one element that
+// does not decode as its type makes the whole list take its default at the
+// enclosing level, and the rest of the enclosing record is kept. Elements
+// that do decode still get their own repairs (clamps, stroke points beyond
+// the limits dropped one by one).
+//
 // Per-record decoders return nullopt only when the value does not have the
 // record's JSON shape at all (for most records: not an object); callers then
 // use the default at their own level. They are public so presets and tools can
@@ -94,8 +101,8 @@ std::optional<BitmapMaskData> decodeBitmapMaskData(const nlohmann::json& value);
 // On failure, *error (when given) receives the reason; an object with other
 // than one key gives "Invalid number of keys found, expected one.".
 std::optional<MaskKind> decodeMaskKind(const nlohmann::json& value, std::string* error = nullptr);
-// nullopt also when the mask's shape is absent or undecodable: such a mask
-// is dropped rather than given an invented shape.
+// nullopt also when the mask's shape is absent or undecodable: a mask is not
+// given an invented shape, so the list holding it falls back to empty.
 std::optional<MaskLayer> decodeMaskLayer(const nlohmann::json& value);
 std::optional<HealStroke> decodeHealStroke(const nlohmann::json& value);
 std::optional<RedEyeSpot> decodeRedEyeSpot(const nlohmann::json& value);

@@ -20,13 +20,9 @@ std::optional<CurvePoint> decodeCurvePoint(const Json& v) {
 
 std::optional<ToneCurve> decodeToneCurve(const Json& v) {
   if (!v.is_object()) return std::nullopt;
+  // Absent or bad points, or one point that is not a point, give an empty list.
   ToneCurve curve;
-  curve.points.clear();  // absent or bad points give an empty list
-  if (const Json* points = member(v, "points"); points && points->is_array()) {
-    for (const Json& p : *points) {
-      if (auto point = decodeCurvePoint(p)) curve.points.push_back(*point);
-    }
-  }
+  curve.points = readList<CurvePoint>(v, "points", [](const Json& p) { return decodeCurvePoint(p); });
   return curve;
 }
 
@@ -51,17 +47,12 @@ std::optional<HSLBand> decodeHSLBand(const Json& v) {
 
 std::optional<HSLAdjustments> decodeHSLAdjustments(const Json& v) {
   if (!v.is_object()) return std::nullopt;
+  // A band list that does not decode as a whole gives the 8 zero bands; one
+  // that does is cut or padded to 8.
   HSLAdjustments hsl;
-  if (const Json* bands = member(v, "bands"); bands && bands->is_array()) {
-    hsl.bands.clear();
-    for (const Json& b : *bands) {
-      if (hsl.bands.size() == kHSLBandCount) break;
-      // A malformed entry still occupies its band's slot, so the bands after
-      // it keep their colours.
-      hsl.bands.push_back(decodeHSLBand(b).value_or(HSLBand{}));
-    }
-    hsl.normalize();
-  }
+  hsl.bands = readList<HSLBand>(v, "bands", [](const Json& b) { return decodeHSLBand(b); },
+                                std::move(hsl.bands));
+  hsl.normalize();
   return hsl;
 }
 

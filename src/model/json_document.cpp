@@ -9,20 +9,6 @@ using OJson = nlohmann::ordered_json;
 
 namespace {
 
-// A list decoded element by element; elements that fail are dropped, a value
-// that is not a list gives an empty one.
-template <class T, class Decode>
-std::vector<T> readList(const Json& obj, const char* key, Decode decode) {
-  std::vector<T> out;
-  const Json* m = member(obj, key);
-  if (!m || !m->is_array()) return out;
-  out.reserve(m->size());
-  for (const Json& e : *m) {
-    if (auto v = decode(e)) out.push_back(std::move(*v));
-  }
-  return out;
-}
-
 template <class T>
 OJson listJson(const std::vector<T>& list) {
   OJson a = OJson::array();
@@ -38,6 +24,8 @@ std::optional<EditDocument> decodeEditDocument(const Json& v) {
   if (const Json* m = member(v, "adjustments")) {
     d.adjustments = decodeGlobalAdjustments(*m).value_or(GlobalAdjustments{});
   }
+  // The lists are decoded as a whole: one element that does not decode
+  // empties its list, and only that list.
   d.masks = readList<MaskLayer>(v, "masks", [](const Json& e) { return decodeMaskLayer(e); });
   if (const Json* m = member(v, "crop")) d.crop = decodeCropSettings(*m).value_or(CropSettings{});
   if (const Json* m = member(v, "raw")) {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/field_table.h"
 
@@ -79,6 +80,32 @@ inline std::optional<std::string> readString(const Json& obj, std::string_view k
 inline double readClamped(const Json& obj, std::string_view key, double lo, double hi,
                           double fallback) {
   return clampToRange(readNumber(obj, key).value_or(fallback), lo, hi, fallback);
+}
+
+// A list decoded as a whole: nullopt when v is not an array or when any one
+// element fails to decode, so that the caller falls back to the list's
+// default at its own level instead of keeping a list with holes in it.
+template <class T, class Decode>
+std::optional<std::vector<T>> decodeList(const Json& v, Decode decode) {
+  if (!v.is_array()) return std::nullopt;
+  std::vector<T> out;
+  out.reserve(v.size());
+  for (const Json& e : v) {
+    std::optional<T> element = decode(e);
+    if (!element) return std::nullopt;
+    out.push_back(std::move(*element));
+  }
+  return out;
+}
+
+// The list under key decoded as a whole, or `fallback` when the key is
+// absent, null, or its value does not decode as a whole.
+template <class T, class Decode>
+std::vector<T> readList(const Json& obj, std::string_view key, Decode decode,
+                        std::vector<T> fallback = {}) {
+  const Json* m = member(obj, key);
+  if (!m) return fallback;
+  return decodeList<T>(*m, decode).value_or(std::move(fallback));
 }
 
 // Every tabled field of r from obj: a value that decodes as the field's type

@@ -159,12 +159,9 @@ std::optional<MaskKind> decodeCase(MaskKindCase c, const Json& carried) {
       if (auto g = decodeLinearMaskGeometry(carried)) return MaskKind{*g};
       break;
     case MaskKindCase::brush:
-      if (carried.is_array()) {
-        std::vector<BrushStroke> strokes;
-        for (const Json& e : carried) {
-          if (auto s = decodeBrushStroke(e)) strokes.push_back(std::move(*s));
-        }
-        return MaskKind{std::move(strokes)};
+      if (auto strokes = decodeList<BrushStroke>(
+              carried, [](const Json& e) { return decodeBrushStroke(e); })) {
+        return MaskKind{std::move(*strokes)};
       }
       break;
     case MaskKindCase::bitmap:
@@ -222,25 +219,14 @@ std::optional<MaskLayer> decodeMaskLayer(const Json& v) {
     m.adjustments = decodeGlobalAdjustments(*a).value_or(GlobalAdjustments{});
   }
 
-  // IDs first, by position, so a subtract that fails to decode can take its
-  // own ID with it and the others keep theirs.
-  std::vector<Uuid> ids;
-  if (const Json* list = member(v, "subtractIDs"); list && list->is_array()) {
-    for (const Json& e : *list) {
-      auto id = e.is_string() ? Uuid::parse(e.get_ref<const std::string&>()) : std::nullopt;
-      ids.push_back(id.value_or(Uuid::random()));
-    }
-  }
-  if (const Json* list = member(v, "subtracts"); list && list->is_array()) {
-    for (std::size_t i = 0; i < list->size(); ++i) {
-      auto shape = decodeMaskKind((*list)[i]);
-      if (!shape) continue;
-      m.subtracts.push_back(std::move(*shape));
-      // IDs stay aligned: once i passes the end of the ID list, every later
-      // subtract lacks one too, and repair appends them in order.
-      if (i < ids.size()) m.subtractIDs.push_back(ids[i]);
-    }
-  }
+  // Both lists are decoded as a whole: a subtract shape that does not decode
+  // empties the subtracts, an entry that is not a UUID empties the IDs. The
+  // repair then pairs them up again.
+  m.subtracts = readList<MaskKind>(v, "subtracts", [](const Json& e) { return decodeMaskKind(e); });
+  m.subtractIDs = readList<Uuid>(v, "subtractIDs", [](const Json& e) -> std::optional<Uuid> {
+    if (!e.is_string()) return std::nullopt;
+    return Uuid::parse(e.get_ref<const std::string&>());
+  });
   m.repairSubtractIDs();
   return m;
 }

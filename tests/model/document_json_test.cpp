@@ -99,5 +99,85 @@ TEST(DocumentJson, PresentOptionalsAreWrittenInFieldOrder) {
   EXPECT_EQ(decode(encodeEditDocument(doc)), doc);
 }
 
+// A recipe with two good elements in every list, and a value outside the
+// lists to show the rest of the document survives.
+json withEveryList() {
+  auto kind = [](std::string_view name, json carried) {
+    return json{{std::string(name), {{"_0", std::move(carried)}}}};
+  };
+  const json point = {{"x", 0.25}, {"y", 0.75}};
+  const json stroke = {{"points", {{0.1, 0.2}, {0.3, 0.4}}}, {"size", 0.05}};
+  return {
+      {"adjustments",
+       {{"contrast", 20},
+        {"curves", {{"red", {{"points", {point, point}}}}}},
+        {"hsl", {{"bands", {{{"hue", 300}}, {{"saturation", 10}}}}}}}},
+      {"masks",
+       {{{"id", "6F9619FF-8B86-D011-B42D-00C04FC964FF"},
+         {"kind", kind("radial", json::object())},
+         {"subtracts", {kind("linear", json::object()), kind("luminosity", json::object())}},
+         {"subtractIDs",
+          {"6F9619FF-8B86-D011-B42D-00C04FC96400", "6F9619FF-8B86-D011-B42D-00C04FC96401"}}},
+        {{"id", "6F9619FF-8B86-D011-B42D-00C04FC96402"},
+         {"kind", kind("brush", {stroke, stroke})}}}},
+      {"heals", {stroke, stroke}},
+      {"redEyes",
+       {{{"id", "6F9619FF-8B86-D011-B42D-00C04FC96403"}, {"center", {0.5, 0.5}}, {"radius", 0.1}},
+        {{"id", "6F9619FF-8B86-D011-B42D-00C04FC96404"}, {"radius", 0.2}}}},
+      {"filterStrength", 40}};
+}
+
+TEST(DocumentJson, ListsAreDecodedAsAWhole) {
+  const json good = withEveryList();
+  const EditDocument kept = decode(good.dump());
+  ASSERT_EQ(kept.masks.size(), 2u);
+  EXPECT_EQ(kept.masks[0].subtracts.size(), 2u);
+  EXPECT_EQ(kept.adjustments.hsl.bands[0].hue, 100);  // elements keep their own repairs
+  EXPECT_EQ(kept.adjustments.curves.red.points.size(), 2u);
+  EXPECT_EQ(kept.heals.size(), 2u);
+  EXPECT_EQ(kept.redEyes.size(), 2u);
+
+  // One element that is not of the list's type, appended to each list in
+  // turn: that list (at `fallsBack`) decodes as if it held `asDefault`, and
+  // the rest of the document as before.
+  const json twoKeys = {{"radial", {{"_0", json::object()}}}, {"linear", {{"_0", json::object()}}}};
+  struct Case {
+    const char* list;
+    json bad;
+    const char* fallsBack;
+    json asDefault;
+  };
+  const Case cases[] = {
+      {"/masks", 7, "/masks", json::array()},
+      {"/masks", {{"kind", twoKeys}}, "/masks", json::array()},
+      {"/masks/1/kind/brush/_0", "stroke", "/masks", json::array()},
+      {"/masks/0/subtracts", twoKeys, "/masks/0/subtracts", json::array()},
+      {"/heals", json::array(), "/heals", json::array()},
+      {"/redEyes", "eye", "/redEyes", json::array()},
+      {"/adjustments/curves/red/points", 0.5, "/adjustments/curves/red/points", json::array()},
+      {"/adjustments/hsl/bands", "band", "/adjustments/hsl", json::object()},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.list);
+    json poisoned = good;
+    poisoned[json::json_pointer(c.list)].push_back(c.bad);
+    json expected = good;
+    expected[json::json_pointer(c.fallsBack)] = c.asDefault;
+    const EditDocument doc = decode(poisoned.dump());
+    EXPECT_EQ(doc, decode(expected.dump()));
+    EXPECT_NE(doc, kept);
+    EXPECT_EQ(doc.filterStrength, 40);
+    EXPECT_EQ(doc.adjustments.contrast, 20);
+  }
+
+  // A bad subtract ID gives every subtract a fresh one; the shapes stay.
+  json badID = good;
+  badID["masks"][0]["subtractIDs"][1] = 5;
+  const EditDocument fresh = decode(badID.dump());
+  ASSERT_EQ(fresh.masks[0].subtractIDs.size(), 2u);
+  EXPECT_NE(fresh.masks[0].subtractIDs[0], kept.masks[0].subtractIDs[0]);
+  EXPECT_EQ(fresh.masks[0].subtracts, kept.masks[0].subtracts);
+}
+
 }  // namespace
 }  // namespace vg
