@@ -5,6 +5,7 @@
 #include "cli/commands.h"
 #include "cli/export_option_args.h"
 #include "cli/image_input.h"
+#include "cli/recipe_input.h"
 #include "io/working_image_files.h"
 #include "model/log.h"
 #include "session/auto_mask_generator.h"
@@ -61,11 +62,7 @@ int runAutomask(AutoMaskSource kind, std::string_view command, const ParsedArgs&
   if (kind == AutoMaskSource::magicWand) {
     if (std::optional<std::string> error = readWandOptions(args, request.wand)) return usage(io, *error, command);
   }
-  std::error_code ec;
-  if (fs::equivalent(out, image, ec)) {
-    io.err << "verdantglass-cli: the output would overwrite the source image\n";
-    return kExitFailed;
-  }
+  if (outputIsTheSource(out, image, io)) return kExitFailed;
   PreparedImage prepared;
   if (std::optional<int> code = prepareImage(args, io, prepared)) return *code;
   request.image = prepared.source;
@@ -101,7 +98,7 @@ constexpr std::string_view kRasterHelp =
     "reason (\"主体分割失败：未检测到可分割的区域\") and exits 1.\n"
     "\n"
     "  -o, --output OUT.png   the file to write (replaced atomically)\n"
-    "  --recipe FILE          a recipe as JSON\n";
+    "  --recipe FILE          a recipe as JSON (- reads standard input)\n";
 
 std::string kindHelp(std::string_view kind, std::string_view what) {
   return "Usage: verdantglass-cli automask " + std::string(kind) + " IMAGE -o OUT.png [--recipe FILE]\n\n" +

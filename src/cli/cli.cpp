@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -194,22 +195,31 @@ int runCli(std::span<const std::string> args, Io io) {
   }
 }
 
-std::optional<std::string> readInputText(const std::optional<std::string>& path, Io& io) {
+std::optional<std::string> readInputText(const std::optional<std::string>& path, std::istream& in,
+                                         std::string& why) {
   if (!path || *path == "-") {
-    return std::string(std::istreambuf_iterator<char>(io.in), std::istreambuf_iterator<char>());
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
-  std::ifstream in(*path, std::ios::binary);
-  if (!in) {
-    io.err << kProgram << ": cannot read " << *path << "\n";
+  std::error_code ec;
+  if (std::filesystem::is_directory(*path, ec)) {
+    why = "cannot read " + *path + ": it is a folder";
     return std::nullopt;
   }
+  std::ifstream file(*path, std::ios::binary);
   std::ostringstream ss;
-  ss << in.rdbuf();
-  if (in.bad()) {
-    io.err << kProgram << ": cannot read " << *path << "\n";
+  if (file) ss << file.rdbuf();
+  if (!file || file.bad()) {
+    why = "cannot read " + *path;
     return std::nullopt;
   }
   return ss.str();
+}
+
+std::optional<std::string> readInputText(const std::optional<std::string>& path, Io& io) {
+  std::string why;
+  std::optional<std::string> text = readInputText(path, io.in, why);
+  if (!text) io.err << kProgram << ": " << why << "\n";
+  return text;
 }
 
 }  // namespace vg::cli

@@ -15,10 +15,6 @@
 #include <string_view>
 #include <vector>
 
-namespace vg {
-struct EditDocument;
-}
-
 namespace vg::cli {
 
 enum Exit : int { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
@@ -71,12 +67,11 @@ int runCli(std::span<const std::string> args, Io io);
 
 std::string_view versionString();
 
-// Reads the whole of FILE, or of stdin when path is absent or "-".
-// On failure writes "verdantglass-cli: cannot read FILE: reason" to io.err.
+// Reads the whole of FILE, or of `in` when path is absent or "-". On failure
+// (missing, unreadable, a folder) sets why ("cannot read FILE...").
+std::optional<std::string> readInputText(const std::optional<std::string>& path, std::istream& in,
+                                         std::string& why);
+// The same, writing "verdantglass-cli: <why>" to io.err on failure.
 std::optional<std::string> readInputText(const std::optional<std::string>& path, Io& io);
-
-// Reads FILE (stdin when absent or "-") as an edit recipe, decoded leniently.
-// On failure writes why to io.err and returns nothing.
-std::optional<EditDocument> readRecipeInput(const std::optional<std::string>& path, Io& io);
 
 }  // namespace vg::cli

@@ -3,19 +3,16 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
-#include <sstream>
 #include <system_error>
 
 #include "cli/commands.h"
 #include "cli/export_option_args.h"
+#include "cli/recipe_input.h"
 #include "io/document_band_source.h"
 #include "io/image_exporter.h"
 #include "io/image_loader.h"
-#include "model/json.h"
 #include "render/render_engine.h"
-#include "store/edit_store.h"
 #include "store/support_folder.h"
 
 namespace vg::cli {
@@ -48,21 +45,14 @@ int runExport(const ParsedArgs& args, Io& io) {
     // Refuse before any decoding: the source and bad settings.
     ImageExporter::preflight(destination, options);
 
-    EditDocument recipe;
-    if (auto recipeFile = args.value("recipe")) {
-      std::ifstream in(*recipeFile, std::ios::binary);
-      std::stringstream text;
-      text << in.rdbuf();
-      auto decoded = in ? decodeEditDocument(text.str()) : std::nullopt;
-      if (!decoded) return failed(io, "无法读取配方 " + fs::path(*recipeFile).filename().string());
-      recipe = std::move(*decoded);
-    } else if (auto saved = EditStore::shared().load(image)) {
-      recipe = std::move(*saved);
-    }
+    std::string why;
+    const std::optional<std::string> recipeFile = args.value("recipe");
+    std::optional<EditDocument> recipe = recipeForImage(recipeFile, image, io.in, why);
+    if (!recipe) return failed(io, "无法读取配方 " + fs::path(*recipeFile).filename().string());
 
-    ImageLoader::Loaded loaded = ImageLoader::load(image, recipe.raw);
+    ImageLoader::Loaded loaded = ImageLoader::load(image, recipe->raw);
     RenderEngine engine(supportFolder() / "LUTs");
-    DocumentBandSource picture(engine, *loaded.image, loaded.opaque, recipe);
+    DocumentBandSource picture(engine, *loaded.image, loaded.opaque, *recipe);
     ImageExporter::exportImage(picture, destination, options);
     io.out << destination.string() << "\n";
     return kExitOk;
@@ -90,7 +80,7 @@ std::vector<Command> exportCommands() {
       "\"导出失败：<reason>\", exits 1 and leaves OUT as it was.\n"
       "\n"
       "  -o, --output OUT        the file to write\n"
-      "  --recipe FILE           a recipe as JSON\n" +
+      "  --recipe FILE           a recipe as JSON (- reads standard input)\n" +
       exportOptionsHelp();
   std::vector<OptionSpec> options = {{"output", 'o', true}, {"recipe", 0, true}};
   auto shared = exportOptionSpecs();

@@ -3,9 +3,8 @@
 #include <cmath>
 #include <filesystem>
 
+#include "cli/recipe_input.h"
 #include "io/load_error.h"
-#include "model/json.h"
-#include "store/edit_store.h"
 
 namespace vg::cli {
 
@@ -27,18 +26,13 @@ std::optional<int> prepareImage(const ParsedArgs& args, Io& io, PreparedImage& p
     }
     p.scale = s;
   }
-  if (args.has("recipe")) {
-    std::optional<std::string> text = readInputText(args.value("recipe"), io);
-    if (!text) return kExitFailed;
-    std::optional<EditDocument> doc = decodeEditDocument(*text);
-    if (!doc) {
-      io.err << "verdantglass-cli: " << *args.value("recipe") << " is not a recipe (a JSON object)\n";
-      return kExitFailed;
-    }
-    p.recipe = std::move(*doc);
-  } else if (std::optional<EditDocument> saved = loadSavedRecipe(image)) {
-    p.recipe = std::move(*saved);
+  std::string why;
+  std::optional<EditDocument> recipe = recipeForImage(args.value("recipe"), image, io.in, why);
+  if (!recipe) {
+    io.err << "verdantglass-cli: " << why << "\n";
+    return kExitFailed;
   }
+  p.recipe = std::move(*recipe);
   try {
     p.loaded = ImageLoader::load(image, p.recipe.raw);
   } catch (const ImageLoadError& e) {

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/commands.h"
+#include "cli/recipe_input.h"
 #include "model/document.h"
 #include "store/preset_library.h"
 #include "store/support_folder.h"

@@ -1,54 +1,30 @@
 // verdantglass-cli recipe normalize|check: read an edit recipe (a sidecar's
 // JSON) the way the editor does, with every lenient repair applied.
-#include <nlohmann/json.hpp>
-
 #include <filesystem>
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/recipe_input.h"
 #include "model/json.h"
 
 namespace vg::cli {
 
-std::optional<EditDocument> readRecipeInput(const std::optional<std::string>& path, Io& io) {
-  std::error_code ec;
-  if (path && *path != "-" && std::filesystem::is_directory(*path, ec)) {
-    io.err << "verdantglass-cli: cannot read " << *path << ": it is a folder\n";
-    return std::nullopt;
-  }
-  const std::optional<std::string> text = readInputText(path, io);
-  if (!text) return std::nullopt;  // readInputText has said why
-
-  const std::string source = (!path || *path == "-") ? "standard input" : *path;
-  const auto parsed = nlohmann::json::parse(*text, nullptr, /*allow_exceptions=*/false);
-  if (parsed.is_discarded()) {
-    io.err << "verdantglass-cli: " << source << " is not valid JSON\n";
-    return std::nullopt;
-  }
-  auto doc = decodeEditDocument(parsed);
-  if (!doc) {
-    io.err << "verdantglass-cli: " << source
-           << ": the top level is not a JSON object, so it is not an edit recipe\n";
-  }
-  return doc;
-}
-
 namespace {
 
 // The recipe named by the optional FILE argument.
-std::optional<EditDocument> readRecipe(const ParsedArgs& args, Io& io) {
+std::optional<EditDocument> readRecipeArgument(const ParsedArgs& args, Io& io) {
   return readRecipeInput(args.positionals.empty() ? std::nullopt : std::optional(args.positionals[0]), io);
 }
 
 int runNormalize(const ParsedArgs& args, Io& io) {
-  const auto doc = readRecipe(args, io);
+  const auto doc = readRecipeArgument(args, io);
   if (!doc) return kExitFailed;
   io.out << encodeEditDocument(*doc) << "\n";
   return kExitOk;
 }
 
 int runCheck(const ParsedArgs& args, Io& io) {
-  const auto doc = readRecipe(args, io);
+  const auto doc = readRecipeArgument(args, io);
   if (!doc) return kExitFailed;
   io.out << R"({"noEdit":)" << (isNoEdit(*doc) ? "true" : "false") << "}\n";
   return kExitOk;

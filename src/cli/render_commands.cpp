@@ -6,6 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/image_input.h"
+#include "cli/recipe_input.h"
 #include "io/image_loader.h"
 #include "io/load_error.h"
 #include "io/working_image_files.h"
@@ -71,13 +72,9 @@ int runRender(const ParsedArgs& args, Io& io) {
     io.err << "verdantglass-cli: -o OUT must end in .tif, .tiff, .png, .jpg or .jpeg\n";
     return kExitUsage;
   }
+  if (outputIsTheSource(outPath, args.positionals.at(0), io)) return kExitFailed;
   PreparedImage p;
   if (auto code = prepareImage(args, io, p)) return *code;
-  std::error_code ec;
-  if (fs::equivalent(outPath, args.positionals.at(0), ec)) {
-    io.err << "verdantglass-cli: the output would overwrite the source image\n";
-    return kExitFailed;
-  }
   RenderOptions options;
   options.scale = p.scale;
   options.dither = args.has("dither");
@@ -111,6 +108,7 @@ int runMask(const ParsedArgs& args, Io& io) {
     io.err << "verdantglass-cli: --id needs a mask UUID, got '" << *args.value("id") << "'\n";
     return kExitUsage;
   }
+  if (outputIsTheSource(outPath, args.positionals.at(0), io)) return kExitFailed;
   PreparedImage p;
   if (auto code = prepareImage(args, io, p)) return *code;
   auto layer = std::find_if(p.recipe.masks.begin(), p.recipe.masks.end(), [&](const MaskLayer& m) { return m.id == *id; });
