@@ -23,6 +23,8 @@ struct InputColor::Lcms {
 namespace {
 
 constexpr int kFloatTableSize = 4096;  // intervals of the float-input curve tables
+// Larger tone-curve values than this only come from damaged profiles.
+constexpr float kMaxCurveValue = 1e6f;
 
 using Mat3 = std::array<double, 9>;  // row-major
 
@@ -241,10 +243,16 @@ float transferToLinear(InputColor::Transfer t, float v) {
 
 }  // namespace
 
-void InputColor::buildTables(const std::array<const void*, 3>& curves) {
+bool InputColor::buildTables(const std::array<const void*, 3>& curves) {
+  // A damaged curve can evaluate to NaN, infinity or absurd magnitudes; one
+  // such value would poison every pixel that looks it up, so the caller
+  // drops the profile instead.
+  bool sane = true;
   auto eval = [&](int c, float v) {
     if (!curves[c]) return srgb::decode(v);
-    return cmsEvalToneCurveFloat(static_cast<const cmsToneCurve*>(curves[c]), v);
+    float r = cmsEvalToneCurveFloat(static_cast<const cmsToneCurve*>(curves[c]), v);
+    if (!(std::fabs(r) <= kMaxCurveValue)) sane = false;
+    return r;
   };
   int channels = format_.model == ColorModel::gray ? 1 : 3;
   if (!format_.isFloat()) {
@@ -265,6 +273,7 @@ void InputColor::buildTables(const std::array<const void*, 3>& curves) {
       for (int i = 0; i <= kFloatTableSize; ++i) floatTables_[c][i] = eval(c, float(i) / kFloatTableSize);
     }
   }
+  return sane;
 }
 
 float InputColor::curveFloat(int c, float v) const {
@@ -365,12 +374,15 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     return finished(std::move(c));
   }
 
+  bool damagedCurves = false;
   if (format.model == ColorModel::gray && cmsIsTag(h, cmsSigGrayTRCTag)) {
     auto* curve = cmsReadTag(h, cmsSigGrayTRCTag);
     if (curve) {
-      c.buildTables({curve, nullptr, nullptr});
-      c.usesProfile_ = true;
-      return finished(std::move(c));
+      if (c.buildTables({curve, nullptr, nullptr})) {
+        c.usesProfile_ = true;
+        return finished(std::move(c));
+      }
+      damagedCurves = true;
     }
   }
   Mat3 colorants{};
@@ -381,8 +393,7 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
     if (r && g && b) {
       Mat3 m = multiply(xyzD50ToLinearSrgb(), colorants);
       bool finite = std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); });
-      if (finite) {
-        c.buildTables({r, g, b});
+      if (finite && c.buildTables({r, g, b})) {
         if (!nearIdentity(m)) {
           c.hasMatrix_ = true;
           for (int i = 0; i < 9; ++i) c.matrix_[i] = float(m[i]);
@@ -390,7 +401,13 @@ InputColor InputColor::fromIcc(std::span<const uint8_t> icc, const SourceFormat&
         c.usesProfile_ = true;
         return finished(std::move(c));
       }
+      damagedCurves = damagedCurves || finite;
     }
+  }
+  if (damagedCurves) {
+    logLine("image loader: ignoring an ICC profile whose tone curves are damaged");
+    c.buildTables({nullptr, nullptr, nullptr});
+    return finished(std::move(c));
   }
 
   // Exotic profile: Little CMS converts normalised float samples.
@@ -612,7 +629,11 @@ void InputColor::convert(const uint8_t* src, int count, float* dst) const {
     cmsDoTransform(lcms_->transform, lcmsIn.data(), lcmsOut.data(), cmsUInt32Number(count));
     for (int i = 0; i < count; ++i) {
       float* d = dst + size_t(i) * 4;
-      for (int c = 0; c < 3; ++c) d[c] = lcmsOut[size_t(i) * 3 + c] * d[3];
+      // A damaged LUT profile may give NaN or infinity; such samples become black.
+      for (int c = 0; c < 3; ++c) {
+        const float v = lcmsOut[size_t(i) * 3 + c];
+        d[c] = std::isfinite(v) ? v * d[3] : 0.0f;
+      }
     }
   }
 }

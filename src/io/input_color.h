@@ -25,8 +25,8 @@
 //     luminance of the file's own primaries) makes it display light, divided
 //     by 203: a 75 % signal is 1.0, full signal 4.93;
 // - float data without a profile can be declared working-space data as is.
-// An empty, unreadable or mismatched profile (an RGB profile on grey data)
-// is ignored and the default for the colour model applies.
+// An empty, unreadable or mismatched profile (an RGB profile on grey data),
+// or one whose tone curves give non-finite values, is ignored and the default for the colour model applies.
 //
 // Alpha: straight alpha multiplies the linear colour; associated alpha is
 // divided out before the tone curve and multiplied in again after it.
@@ -76,7 +76,9 @@ class InputColor {
 
   // Prepares the whole-pixel tables of 8-bit samples (the common case).
   static InputColor finished(InputColor c);
-  void buildTables(const std::array<const void*, 3>& curves);  // cmsToneCurve*, null = sRGB
+  // Builds the curve tables (cmsToneCurve*, null = sRGB); false when a curve
+  // gives a non-finite or absurd value, and the profile must not be used.
+  bool buildTables(const std::array<const void*, 3>& curves);
   void convertBytes(const uint8_t* src, int count, float* dst) const;
   float curveFloat(int channel, float v) const;
   void applyHlgSystemGamma(float& r, float& g, float& b) const;
