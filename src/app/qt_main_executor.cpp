@@ -6,14 +6,7 @@
 #include <memory>
 
 #include "model/log.h"
-
-#if defined(__SANITIZE_THREAD__)
-#define VG_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define VG_THREAD_SANITIZER 1
-#endif
-#endif
+#include "model/sanitizers.h"
 
 #ifdef VG_THREAD_SANITIZER
 extern "C" void __tsan_acquire(void* addr);

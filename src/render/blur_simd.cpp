@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "model/sanitizers.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "render/blur_simd.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -36,14 +38,7 @@ HWY_INLINE void Unroll(F&& f) {
 // sanitizers, whose instrumentation of the unrolled loops takes minutes to
 // compile, only the smallest are; the others take plain loops with the same
 // arithmetic, Fn<0>.
-// GCC announces a sanitizer with __SANITIZE_*__, clang 14 only through
-// __has_feature.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VG_BLUR_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VG_BLUR_SANITIZED)
+#if defined(VG_ADDRESS_SANITIZER) || defined(VG_THREAD_SANITIZER)
 constexpr int kMaxUnrolled = 3;
 #else
 constexpr int kMaxUnrolled = 24;

@@ -5,15 +5,8 @@
 // parallel work on the thread that asks for it (one thread for the whole
 // process). The threads the session itself works with (the background pool
 // and the main queue) are still checked.
+#include "model/sanitizers.h"
 #include "render/parallel.h"
-
-#if defined(__SANITIZE_THREAD__)
-#define VG_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define VG_THREAD_SANITIZER 1
-#endif
-#endif
 
 #ifdef VG_THREAD_SANITIZER
 namespace {
