@@ -1,15 +1,21 @@
 #include "io/image_header.h"
 
+#include <fcntl.h>
 #include <libheif/heif.h>
 #include <libraw/libraw.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <memory>
 
 #include "io/image_formats.h"
+#include "io/libraw_file.h"
 
 namespace vg {
 namespace {
@@ -83,9 +89,22 @@ std::optional<ImageDimensions> heifDimensions(const std::filesystem::path& file)
   return d;
 }
 
+// The RAW file is mapped rather than read: only the pages holding its
+// headers are touched, and it goes through the same guarded opening as a
+// development (a damaged header must not reach LibRaw here either).
 std::optional<ImageDimensions> rawDimensions(const std::filesystem::path& file) {
-  auto processor = std::make_unique<LibRaw>();
-  if (processor->open_file(file.c_str()) != LIBRAW_SUCCESS) return std::nullopt;
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  struct stat st {};
+  void* map = MAP_FAILED;
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+    map = ::mmap(nullptr, size_t(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+  }
+  ::close(fd);
+  if (map == MAP_FAILED) return std::nullopt;
+  std::unique_ptr<void, std::function<void(void*)>> unmap(map, [&](void* p) { ::munmap(p, size_t(st.st_size)); });
+  LibRawPtr processor = openRaw({static_cast<const uint8_t*>(map), size_t(st.st_size)});
+  if (!processor) return std::nullopt;
   const auto& s = processor->imgdata.sizes;
   ImageDimensions d{s.width, s.height};
   if (d.width <= 0 || d.height <= 0) return std::nullopt;

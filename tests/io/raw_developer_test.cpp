@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "io/image_header.h"
 #include "io/image_loader.h"
 #include "io/raw_developer.h"
 #include "io/raw_tone.h"
@@ -286,7 +287,11 @@ TEST(RawDevelopmentErrors, DamagedHeadersAreRefused) {
     } catch (const ImageLoadError& e) {
       EXPECT_EQ(e.code(), 3) << name;
     }
+    // Reading only the size (as a batch does to plan its memory) takes the
+    // same guarded path.
+    EXPECT_FALSE(readImageDimensions(dir / name)) << name;
   }
+  EXPECT_TRUE(readImageDimensions(test::dataPath("raw/canon-powershot-s40-CRW_0101.binned8.dng")));
 }
 
 // The Kodak file's JPEG stream (stored byte-swapped) declares 848 columns in
