@@ -4,29 +4,23 @@
 
 namespace vg {
 
-namespace {
+bool maskLayerActive(const MaskLayer& m) { return m.enabled && !(m.adjustments == GlobalAdjustments{}); }
 
-bool layerActive(const MaskLayer& m) { return m.enabled && !(m.adjustments == GlobalAdjustments{}); }
-
-bool layerReadsColorStage(const MaskLayer& m) {
+bool maskLayerReadsColorStage(const MaskLayer& m) {
   return readsColorStage(m.kind) || std::any_of(m.subtracts.begin(), m.subtracts.end(), readsColorStage);
 }
 
-// Every colour stage computed here gets its own identity, so the mask cache
-// never serves a colour-dependent mask computed from other pixels.
 std::uint64_t nextColorStageId() {
   static std::atomic<std::uint64_t> counter{0};
   return ++counter;
 }
-
-}  // namespace
 
 MaskImages rasterizeMasks(const EditDocument& recipe, const Geometry& geometry, bool integral, const Image* colorStage,
                           MaskImageCache& cache, std::uint64_t colorStageId, std::vector<std::string>* errors) {
   MaskImages out;
   const GeometryParams params = geometryParams(recipe);
   for (const MaskLayer& m : recipe.masks) {
-    if (!layerActive(m)) continue;
+    if (!maskLayerActive(m)) continue;
     MaskFrame frame{&geometry, geometry.outputRect(), colorStage};
     std::string error;
     auto mask = cache.layerMask(m.renderData(), frame, params, integral, colorStageId, &error);
@@ -45,9 +39,9 @@ DocumentRender renderDocument(RenderEngine& engine, MaskImageCache& cache, const
   Geometry geometry(source.bounds(), geometryParams(recipe), options.integralRect);
   bool needsColor = false, anyMask = false;
   for (const MaskLayer& m : recipe.masks) {
-    if (!layerActive(m) || overrides.count(m.id)) continue;
+    if (!maskLayerActive(m) || overrides.count(m.id)) continue;
     anyMask = true;
-    needsColor = needsColor || layerReadsColorStage(m);
+    needsColor = needsColor || maskLayerReadsColorStage(m);
   }
   std::optional<ColorStage> colorStage;
   MaskImages masks;

@@ -22,6 +22,14 @@ struct DocumentRender {
   std::vector<std::string> maskErrors;
 };
 
+// A layer changes the picture when it is enabled and has adjustments.
+bool maskLayerActive(const MaskLayer& m);
+// The layer's mask, or one of its subtracts, reads the colour stage.
+bool maskLayerReadsColorStage(const MaskLayer& m);
+// A new identity for a colour stage a render computes: the mask cache keys
+// colour-dependent masks by it, so it never serves one made from other pixels.
+std::uint64_t nextColorStageId();
+
 // The mask images of every layer that needs one, over the whole output frame
 // (integral: the output rectangle was made integral, as `geometry` was built).
 // colorStage: the colour stage over the output rectangle (read by luminosity

@@ -1,24 +1,6 @@
 #include "session/preview_render.h"
 
-#include <atomic>
-
 namespace vg {
-
-namespace {
-
-bool layerActive(const MaskLayer& m) { return m.enabled && !(m.adjustments == GlobalAdjustments{}); }
-
-bool layerReadsColorStage(const MaskLayer& m) {
-  return readsColorStage(m.kind) || std::any_of(m.subtracts.begin(), m.subtracts.end(), readsColorStage);
-}
-
-// Each colour stage computed here is new pixels for the mask cache.
-std::uint64_t nextColorStageId() {
-  static std::atomic<std::uint64_t> counter{uint64_t(1) << 62};
-  return ++counter;
-}
-
-}  // namespace
 
 Image renderDocumentRegion(RenderEngine& engine, MaskImageCache& cache, const Image& source,
                            const EditDocument& recipe, const RenderOptions& options) {
@@ -31,9 +13,9 @@ Image renderDocumentRegion(RenderEngine& engine, MaskImageCache& cache, const Im
   int halo = 0;
   bool needsColor = false;
   for (const MaskLayer& m : recipe.masks) {
-    if (!layerActive(m)) continue;
+    if (!maskLayerActive(m)) continue;
     halo += RenderEngine::chainHalo(m.adjustments, options.scale);
-    needsColor = needsColor || layerReadsColorStage(m);
+    needsColor = needsColor || maskLayerReadsColorStage(m);
   }
   const Rect work = target.grown(halo).intersected(geometry.outputRect());
   std::optional<ColorStage> colorStage;
@@ -44,7 +26,7 @@ Image renderDocumentRegion(RenderEngine& engine, MaskImageCache& cache, const Im
   const std::uint64_t colorStageId = colorStage ? nextColorStageId() : 0;
   MaskImages masks;
   for (const MaskLayer& m : recipe.masks) {
-    if (!layerActive(m)) continue;
+    if (!maskLayerActive(m)) continue;
     MaskFrame frame{&geometry, work, colorStage ? colorStage->image.get() : nullptr};
     if (auto mask = cache.layerMask(m.renderData(), frame, params, options.integralRect, colorStageId))
       masks[m.id] = std::move(mask);
